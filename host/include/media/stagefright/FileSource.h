@@ -1,0 +1,34 @@
+// A data source over a local file, handed to plug-ins as a CDataSource.
+#ifndef HOST_FILE_SOURCE_H_
+#define HOST_FILE_SOURCE_H_
+
+#include <media/MediaExtractorPluginApi.h>
+
+namespace android {
+
+class FileSource {
+public:
+    explicit FileSource(const char *path);
+    ~FileSource();
+    FileSource(const FileSource &) = delete;
+    FileSource &operator=(const FileSource &) = delete;
+
+    status_t initCheck() const { return mFd >= 0 ? OK : NO_INIT; }
+    ssize_t readAt(off64_t offset, void *data, size_t size);
+    status_t getSize(off64_t *size);
+    uint32_t flags() const { return kIsLocalFileSource | kSeekable; }
+
+    // The C view the framework hands to a plug-in; valid while this object lives.
+    CDataSource *wrap() { return &mWrapper; }
+
+    enum Flags { kIsLocalFileSource = 16, kSeekable = 32 };
+
+private:
+    int mFd;
+    off64_t mLength;
+    CDataSource mWrapper;
+};
+
+}  // namespace android
+
+#endif  // HOST_FILE_SOURCE_H_

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs the whole test suite, plainly and under
+# AddressSanitizer + UndefinedBehaviorSanitizer; fails when any test fails
+# or when no test ran.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+
+run_suite() {
+  local dir=$1
+  shift
+  scripts/build.sh "$dir" "$@"
+  (cd "$dir" && ctest --output-on-failure -j"$(nproc)" | tee ctest.log)
+  grep -qE '^100% tests passed, 0 tests failed out of [1-9]' "$dir/ctest.log"
+}
+
+run_suite build
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  run_suite build-asan -DQMKV_SANITIZE=ON
