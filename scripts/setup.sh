@@ -6,7 +6,7 @@ packages=(
   build-essential cmake pkg-config googletest libgtest-dev
   android-libutils-dev android-liblog-dev android-libbase-dev
   zlib1g-dev nlohmann-json3-dev
-  ffmpeg mkvtoolnix libavformat-dev libavcodec-dev libavutil-dev libwebm-dev
+  ffmpeg mkvtoolnix libavformat-dev libavcodec-dev libavutil-dev libwebm-dev python3
 )
 
 missing=()

@@ -1,75 +1,123 @@
-// qmkvprobe: what the demuxer sees in a Matroska file. For now it prints the
-// EBML header, read through the file-access layer and the EBML primitives.
+// qmkvprobe: what the Android framework would see in a Matroska file, or
+// with --core, what the demuxer core sees.
 #include <stdio.h>
-#include <string.h>
+#include <time.h>
 
 #include <string>
+
+#include <zlib.h>
 
 #include <media/MediaExtractorPluginHelper.h>
 #include <media/stagefright/FileSource.h>
 
-#include "demux/qmkvd_ebml.h"
+#include "core_reader.h"
+#include "core_view.h"
+#include "demux/qmkvd.h"
 #include "extractor/mfal/qcmn_mfal_android_q.h"
+#include "options.h"
 
 namespace {
 
-const char *headerChildName(uint32_t id) {
-    switch (id) {
-        case 0x4286: return "EBMLVersion";
-        case 0x42F7: return "EBMLReadVersion";
-        case 0x42F2: return "EBMLMaxIDLength";
-        case 0x42F3: return "EBMLMaxSizeLength";
-        case 0x4282: return "DocType";
-        case 0x4287: return "DocTypeVersion";
-        case 0x4285: return "DocTypeReadVersion";
-        default: return nullptr;
-    }
+const char kUsage[] =
+    "usage: qmkvprobe [--core] [--json] [--packets] [--seek US[:MODE]] [--count] [--seek-count N] "
+    "[--plugin PATH] FILE\n";
+
+double now() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return ts.tv_sec + ts.tv_nsec * 1e-9;
 }
 
-int printEbmlHeader(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp) {
-    uint32_t id;
-    uint64_t size;
-    if (qmkvd_ebml_get_id_len64(mfal, fp, &id, &size) != 0 || id != 0x1A45DFA3) {
-        fprintf(stderr, "qmkvprobe: no EBML header\n");
+std::string crc32Hex(const uint8_t *data, uint32_t size) {
+    char hex[9];
+    snprintf(hex, sizeof(hex), "%08lx", crc32(crc32(0L, Z_NULL, 0), data, size));
+    return hex;
+}
+
+// Reads every track to its end; prints each frame unless only counting.
+// Returns the exit status.
+int readAllCore(const qmkvprobe::Options &opts, qmkvd *inst, const qmkvd_format &format, double openSeconds) {
+    uint64_t frames = 0, bytes = 0;
+    int status = 0;
+    const double start = now();
+    for (int t = 0; t < format.track_count; ++t) {
+        const int32_t r = qmkvprobe::readCoreTrack(inst, t, [&](const qmkvprobe::CoreFrame &f) {
+            frames++;
+            bytes += f.size;
+            if (opts.count) return;
+            const std::string crc = crc32Hex(f.data, f.size);
+            if (opts.json) {
+                printf("{\"track\": %d, \"time_us\": %lld, \"end_us\": %lld, \"size\": %u, \"sync\": %u, "
+                       "\"crc32\": \"%s\"}\n",
+                       f.track, (long long)(f.pts / 10), (long long)(f.end / 10), f.size, f.key, crc.c_str());
+            } else {
+                printf("track %d time_us %lld end_us %lld size %u sync %u crc32 %s\n", f.track,
+                       (long long)(f.pts / 10), (long long)(f.end / 10), f.size, f.key, crc.c_str());
+            }
+        });
+        if (r != 1) {
+            status = 1;
+            if (!opts.count) {
+                if (opts.json)
+                    printf("{\"track\": %d, \"error\": %d}\n", t, r);
+                else
+                    printf("track %d error %d\n", t, r);
+            }
+        }
+    }
+    if (opts.count) {
+        printf("{\"frames\": %llu, \"bytes\": %llu, \"seconds\": %.6f, \"open_seconds\": %.6f}\n",
+               (unsigned long long)frames, (unsigned long long)bytes, now() - start, openSeconds);
+    }
+    return status;
+}
+
+int runCore(const qmkvprobe::Options &opts, android::DataSourceHelper *source) {
+    QCMN_MFAL mfal;
+    if (qcmn_mfal_init(&mfal, source) != 0) {
+        fprintf(stderr, "qmkvprobe: out of memory\n");
         return 1;
     }
-    int64_t pos;
-    mfal->getpos(fp, &pos);
-    const int64_t end = pos + (int64_t)size;
-    while (pos < end && qmkvd_ebml_get_id_len64(mfal, fp, &id, &size) == 0) {
-        mfal->getpos(fp, &pos);
-        uint8_t data[64];
-        const int32_t n = size <= sizeof(data) ? (int32_t)size : 0;
-        if (n > 0 && mfal->read(fp, data, n) != n) break;
-        const char *name = headerChildName(id);
-        if (name != nullptr && id == 0x4282)
-            printf("%s: %.*s\n", name, n, reinterpret_cast<const char *>(data));
-        else if (name != nullptr && n <= 8)
-            printf("%s: %llu\n", name, (unsigned long long)qmkvd_b2v_u64(data, n));
-        pos += (int64_t)size;
-        mfal->setpos(fp, &pos);
+    // The same open flags as the plug-in: every track's times from its blocks.
+    const uint32_t openParams = QMKVD_OPEN_NO_DTS;
+    qmkvd_format format;
+    int32_t error = 0;
+    const double openStart = now();
+    qmkvd *inst = qmkvd_create(&mfal, &openParams, &format, &error);
+    if (inst != nullptr) qmkvprobe::queryAllInfo(inst, format);
+    const double openSeconds = now() - openStart;
+    if (inst == nullptr) {
+        if (opts.json) printf("{\"file\":{\"error\":%d},\"tracks\":[]}\n", error);
+        fprintf(stderr, "qmkvprobe: %s: the demuxer cannot open it (error %d)\n", opts.file.c_str(), error);
+        qcmn_mfal_deinit(&mfal);
+        return 1;
     }
-    return 0;
+    int status = 0;
+    if (!opts.count) qmkvprobe::printView(qmkvprobe::coreView(inst, format), opts.json);
+    if (opts.packets || opts.count) status = readAllCore(opts, inst, format, openSeconds);
+    qmkvd_delete(inst);
+    qcmn_mfal_deinit(&mfal);
+    return status;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 2) {
-        fprintf(stderr, "usage: qmkvprobe FILE\n");
+    qmkvprobe::Options opts;
+    std::string error;
+    if (!qmkvprobe::parseOptions(argc, argv, &opts, &error)) {
+        fprintf(stderr, "qmkvprobe: %s\n%s", error.c_str(), kUsage);
         return 2;
     }
-    android::FileSource file(argv[1]);
+    if (!opts.core || opts.seek || opts.seekCount >= 0 || !opts.plugin.empty()) {
+        fprintf(stderr, "qmkvprobe: only --core [--json] [--packets] [--count] is available so far\n");
+        return 2;
+    }
+    android::FileSource file(opts.file.c_str());
     if (file.initCheck() != android::OK) {
-        fprintf(stderr, "qmkvprobe: cannot open %s\n", argv[1]);
+        fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
         return 1;
     }
     android::DataSourceHelper source(file.wrap());
-    QCMN_MFAL mfal;
-    qcmn_mfal_init(&mfal, &source);
-    QCMN_MFAL_FP *fp = mfal.open(&mfal, 0);
-    int rc = fp != nullptr ? printEbmlHeader(&mfal, fp) : 1;
-    if (fp != nullptr) mfal.close(fp);
-    qcmn_mfal_deinit(&mfal);
-    return rc;
+    return runCore(opts, &source);
 }

@@ -1,0 +1,20 @@
+// Walking Clusters and their blocks for one stream.
+#ifndef QMKVD_CLUSTER_H_
+#define QMKVD_CLUSTER_H_
+
+#include "common/qcmn_export.h"
+#include "demux/qmkvd_types.h"
+
+// Reads the children of [parse_start, parse_start + parse_size) up to the
+// first block, which becomes next_block_pos. 0 or -1.
+QCMN_API int32_t parse_cluster(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster);
+// Reads the block element at next_block_pos and moves past it. 0, or -1 when
+// it is not a block (the Cluster's blocks are over) or cannot be read.
+QCMN_API int32_t parse_cluster_blockgroup(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block,
+                                          qmkvd_cluster *cluster, int32_t read_all_children);
+// Finds the stream's next block, crossing Clusters and damage. 0 with the
+// file on the block's flags byte, 1 at the end of the stream, -1 on a read
+// error.
+QCMN_API int32_t get_blockgroup(qmkvds *stream, qmkvd_block_info *block);
+
+#endif  // QMKVD_CLUSTER_H_

@@ -1,0 +1,13 @@
+// Matroska ticks to the core's 100 ns units.
+#ifndef QMKVD_TIME_H_
+#define QMKVD_TIME_H_
+
+#include <stdint.h>
+
+// ticks x TimecodeScale / 100, truncating; the product wraps rather than
+// overflowing on nonsense timecodes.
+static inline int64_t qmkvd_ticks_to_100ns(int64_t ticks, uint32_t timecode_scale) {
+    return (int64_t)((uint64_t)ticks * timecode_scale) / 100;
+}
+
+#endif  // QMKVD_TIME_H_

@@ -1,0 +1,468 @@
+#!/usr/bin/env bash
+# Generates the real-media test corpus into OUTDIR with ffmpeg and mkvmerge,
+# plus OUTDIR/manifest.txt (one line per file: name, then a description).
+#
+# Idempotent: a file that already exists is kept; each file is written under
+# a temporary name and renamed, so an interrupted run never leaves a partial
+# file that a later run would take for finished.
+#
+# Everything is small (160x120, a few seconds) because CI builds it on every
+# run; only h264_aac_30s.mkv is long, to give seeking room.
+set -euo pipefail
+set -f  # the filter expressions below hold glob characters
+
+if [ $# -ne 1 ]; then
+  echo "usage: $0 OUTDIR" >&2
+  exit 2
+fi
+out=$1
+mkdir -p "$out"
+out=$(cd "$out" && pwd)
+
+for tool in ffmpeg mkvmerge python3; do
+  command -v "$tool" >/dev/null || { echo "make_corpus: $tool is missing" >&2; exit 1; }
+done
+
+work=$(mktemp -d "$out/.work.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+
+manifest=()
+FF=(ffmpeg -hide_banner -nostdin -loglevel error -y)
+MM=(mkvmerge --quiet)
+
+# Sources. Two tones of different pitch so that the channels of a stereo
+# (or 5.1) stream can be told apart after any sample conversion.
+video() {  # seconds [size]
+  echo -f lavfi -i "testsrc2=size=${2:-160x120}:rate=25:duration=$1"
+}
+stereo() {  # seconds rate
+  echo -f lavfi -i "aevalsrc=exprs=0.5*sin(2*PI*440*t)|0.25*sin(2*PI*660*t):sample_rate=$2:duration=$1"
+}
+mono() {  # seconds rate
+  echo -f lavfi -i "aevalsrc=exprs=0.5*sin(2*PI*440*t):sample_rate=$2:duration=$1"
+}
+surround51() {  # seconds rate
+  echo -f lavfi -i "aevalsrc=exprs=0.4*sin(2*PI*220*t)|0.4*sin(2*PI*330*t)|0.4*sin(2*PI*440*t)|0.3*sin(2*PI*110*t)|0.4*sin(2*PI*550*t)|0.4*sin(2*PI*660*t):channel_layout=5.1:sample_rate=$2:duration=$1"
+}
+X264=(-c:v libx264 -preset ultrafast -crf 30 -g 25 -pix_fmt yuv420p)
+X264_BF=(-c:v libx264 -preset veryfast -crf 30 -g 25 -bf 2 -pix_fmt yuv420p)
+AAC=(-c:a aac -b:a 64k)
+
+# gen NAME "description" CMD... : runs CMD with the literal word OUT
+# replaced by a temporary path next to the final one (same extension, so
+# ffmpeg and mkvmerge pick the right muxer), then renames it into place.
+gen() {
+  local name=$1 desc=$2
+  shift 2
+  manifest+=("$name $desc")
+  [ -e "$out/$name" ] && return 0
+  local tmp="$out/.tmp-$name"
+  local args=() a
+  for a in "$@"; do
+    [ "$a" = OUT ] && a=$tmp
+    args+=("$a")
+  done
+  rm -f "$tmp"
+  local rc=0
+  "${args[@]}" || rc=$?
+  # mkvmerge exits 1 after mere warnings, with a usable file.
+  if [ $rc -eq 1 ] && [ "${args[0]}" = mkvmerge ] && [ -s "$tmp" ]; then rc=0; fi
+  if [ $rc -ne 0 ] || [ ! -s "$tmp" ]; then
+    echo "make_corpus: failed to generate $name" >&2
+    rm -f "$tmp"
+    exit 1
+  fi
+  mv -f "$tmp" "$out/$name"
+}
+
+# Intermediate inputs live in the work directory, made on first use.
+intermediate() {  # NAME CMD... (OUT as in gen)
+  local name=$1
+  shift
+  [ -e "$work/$name" ] && return 0
+  local args=() a
+  for a in "$@"; do
+    [ "$a" = OUT ] && a="$work/$name"
+    args+=("$a")
+  done
+  "${args[@]}"
+}
+
+# Rewrites a Matroska file so that one track uses header stripping
+# (ContentCompression algorithm 3): the longest prefix shared by all the
+# track's frames (capped) is cut from every frame, laced or not, and stored
+# as ContentCompSettings. Sizes, SeekHead and Cues positions are recomputed,
+# so the result is an ordinary, fully indexed file. CRC-32 elements are
+# recomputed. mkvmerge 74 only offers header stripping for MPEG-4 part 2,
+# and its output there is corrupt (frames of zeros), so we do it ourselves.
+strip_headers() {  # IN OUT TRACKNUMBER MAXBYTES
+  python3 - "$@" <<'PY'
+import sys, zlib
+
+src, dst, track, cap = sys.argv[1], sys.argv[2], int(sys.argv[3]), int(sys.argv[4])
+data = open(src, 'rb').read()
+
+SEGMENT, SEEKHEAD, SEEK, SEEKPOS = 0x18538067, 0x114D9B74, 0x4DBB, 0x53AC
+TRACKS, TRACKENTRY, TRACKNUMBER, CONTENTENCODINGS = 0x1654AE6B, 0xAE, 0xD7, 0x6D80
+CLUSTER, SIMPLEBLOCK, BLOCKGROUP, BLOCK, CLUSTERPOS, PREVSIZE = 0x1F43B675, 0xA3, 0xA0, 0xA1, 0xA7, 0xAB
+CUES, CUEPOINT, CUETRACKPOS, CUECLUSTERPOS, CUERELPOS = 0x1C53BB6B, 0xBB, 0xB7, 0xF1, 0xF0
+CRC32 = 0xBF
+MASTERS = {SEGMENT, SEEKHEAD, SEEK, TRACKS, TRACKENTRY, CLUSTER, BLOCKGROUP, CUES, CUEPOINT, CUETRACKPOS}
+
+def rd_vint(b, p):
+    first = b[p]
+    n = 1
+    while n <= 8 and not first & (0x80 >> (n - 1)):
+        n += 1
+    if n > 8:
+        raise SystemExit('bad vint at %d' % p)
+    v = first & (0xFF >> n)
+    for i in range(1, n):
+        v = (v << 8) | b[p + i]
+    return v, n, v == (1 << (7 * n)) - 1
+
+def rd_id(b, p):
+    _, n, _ = rd_vint(b, p)
+    return int.from_bytes(b[p:p + n], 'big'), n
+
+def enc_size(v, width=1):
+    n = width
+    while v >= (1 << (7 * n)) - 1:  # all ones would mean 'unknown'
+        n += 1
+    return (v | (1 << (7 * n))).to_bytes(n, 'big')
+
+def enc_id(i):
+    return i.to_bytes((i.bit_length() + 7) // 8, 'big')
+
+def enc_uint(v):
+    return v.to_bytes(max(1, (v.bit_length() + 7) // 8), 'big')
+
+def enc_svint(d):
+    n = 1
+    while not -((1 << (7 * n - 1)) - 1) <= d <= (1 << (7 * n - 1)) - 1:
+        n += 1
+    return enc_size(d + (1 << (7 * n - 1)) - 1, n)
+
+class El:
+    def __init__(self, eid, off, payload=None, kids=None):
+        self.id, self.off, self.payload, self.kids = eid, off, payload, kids
+
+def parse(b, p, end):
+    els = []
+    while p < end:
+        eid, n = rd_id(b, p)
+        size, m, unknown = rd_vint(b, p + n)
+        start = p + n + m
+        stop = end if unknown else start + size
+        if eid in MASTERS:
+            e = El(eid, p, kids=parse(b, start, stop))
+        else:
+            e = El(eid, p, payload=bytes(b[start:stop]))
+        e.data_off = start
+        els.append(e)
+        p = stop
+    return els
+
+def walk(els):
+    for e in els:
+        yield e
+        if e.kids is not None:
+            yield from walk(e.kids)
+
+def child(e, eid):
+    return next((k for k in e.kids if k.id == eid), None)
+
+def uint(e):
+    return int.from_bytes(e.payload, 'big')
+
+top = parse(data, 0, len(data))
+seg = next(e for e in top if e.id == SEGMENT)
+by_off = {e.off: e for e in walk(top)}
+
+# Frames of a block payload: (header bytes, lacing, frames).
+def split_block(pl):
+    _, n, _ = rd_vint(pl, 0)
+    hdr = pl[:n + 3]
+    lacing = (pl[n + 2] >> 1) & 3
+    p = n + 3
+    if lacing == 0:
+        return hdr, lacing, [pl[p:]]
+    count = pl[p] + 1
+    p += 1
+    sizes = []
+    if lacing == 1:
+        for _ in range(count - 1):
+            s = 0
+            while True:
+                s += pl[p]
+                p += 1
+                if pl[p - 1] != 255:
+                    break
+            sizes.append(s)
+    elif lacing == 3:
+        s, m, _ = rd_vint(pl, p)
+        p += m
+        sizes.append(s)
+        for _ in range(count - 2):
+            raw, m, _ = rd_vint(pl, p)
+            p += m
+            s += raw - ((1 << (7 * m - 1)) - 1)
+            sizes.append(s)
+    else:
+        sizes = [(len(pl) - p) // count] * (count - 1)
+    frames = []
+    for s in sizes:
+        frames.append(pl[p:p + s])
+        p += s
+    frames.append(pl[p:])
+    return hdr, lacing, frames
+
+def join_block(hdr, lacing, frames):
+    if lacing == 0:
+        return hdr + frames[0]
+    lace = bytes([len(frames) - 1])
+    if lacing == 1:
+        for f in frames[:-1]:
+            lace += b'\xff' * (len(f) // 255) + bytes([len(f) % 255])
+    elif lacing == 3:
+        lace += enc_size(len(frames[0]))
+        for a, b in zip(frames, frames[1:-1]):
+            lace += enc_svint(len(b) - len(a))
+    return hdr + lace + b''.join(frames)
+
+def block_track(pl):
+    return rd_vint(pl, 0)[0]
+
+blocks = []
+for e in walk(top):
+    if e.id in (SIMPLEBLOCK, BLOCK) and block_track(e.payload) == track:
+        blocks.append(e)
+if not blocks:
+    raise SystemExit('track %d has no blocks' % track)
+frames = [f for e in blocks for f in split_block(e.payload)[2]]
+prefix = frames[0][:cap]
+for f in frames:
+    while not f.startswith(prefix):
+        prefix = prefix[:-1]
+if not prefix:
+    raise SystemExit('track %d: frames share no leading bytes' % track)
+for e in blocks:
+    hdr, lacing, fr = split_block(e.payload)
+    e.payload = join_block(hdr, lacing, [f[len(prefix):] for f in fr])
+
+def leaf(eid, payload):
+    return El(eid, -1, payload=payload)
+
+encodings = El(CONTENTENCODINGS, -1, kids=[El(0x6240, -1, kids=[
+    leaf(0x5031, enc_uint(0)), leaf(0x5032, enc_uint(1)), leaf(0x5033, enc_uint(0)),
+    El(0x5034, -1, kids=[leaf(0x4254, enc_uint(3)), leaf(0x4255, prefix)])])])
+entry = next(e for e in walk([seg]) if e.id == TRACKENTRY and uint(child(e, TRACKNUMBER)) == track)
+if child(entry, CONTENTENCODINGS):
+    raise SystemExit('track %d already has ContentEncodings' % track)
+entry.kids.append(encodings)
+
+# Position fields point at elements by their old offsets; remember the
+# targets, then lay the file out until the positions stop moving.
+seg_data_old = seg.data_off
+fixups = []  # (element holding the value, target, base element or None for the segment)
+for e in walk([seg]):
+    if e.id == SEEK:
+        pos = child(e, SEEKPOS)
+        fixups.append((pos, by_off[seg_data_old + uint(pos)], None))
+    elif e.id == CUETRACKPOS:
+        cpos = child(e, CUECLUSTERPOS)
+        cluster = by_off[seg_data_old + uint(cpos)]
+        fixups.append((cpos, cluster, None))
+        rpos = child(e, CUERELPOS)
+        if rpos is not None:
+            fixups.append((rpos, by_off[cluster.data_off + uint(rpos)], cluster))
+    elif e.id == CLUSTER and child(e, CLUSTERPOS) is not None:
+        fixups.append((child(e, CLUSTERPOS), e, None))
+    elif e.id == PREVSIZE:
+        raise SystemExit('PrevSize is not handled')
+
+def build(e):
+    if e.kids is None:
+        body = e.payload
+    else:
+        kids = e.kids
+        for k in kids:
+            build(k)
+        if kids and kids[0].id == CRC32:
+            kids[0].payload = zlib.crc32(b''.join(k.blob for k in kids[1:])).to_bytes(4, 'little')
+            build(kids[0])
+        body = b''.join(k.blob for k in kids)
+    head = enc_id(e.id) + enc_size(len(body))
+    e.hlen = len(head)
+    e.blob = head + body
+
+def place(e, p):
+    e.new_off = p
+    e.new_data_off = p + e.hlen
+    q = e.new_data_off
+    for k in e.kids or []:
+        place(k, q)
+        q += len(k.blob)
+
+for _ in range(10):
+    p = 0
+    for e in top:
+        build(e)
+        place(e, p)
+        p += len(e.blob)
+    changed = False
+    for holder, target, base in fixups:
+        v = target.new_off - (seg if base is None else base).new_data_off
+        if holder.payload != enc_uint(v):
+            holder.payload = enc_uint(v)
+            changed = True
+    if not changed:
+        break
+else:
+    raise SystemExit('layout did not settle')
+
+open(dst, 'wb').write(b''.join(e.blob for e in top))
+PY
+}
+
+# --- video with audio -------------------------------------------------------
+
+gen h264_aac.mkv "H.264 High 160x120 25 fps (B-frames) + AAC-LC stereo 48 kHz, 3 s, ffmpeg, cues after the clusters" \
+  "${FF[@]}" $(video 3) $(stereo 3 48000) "${X264_BF[@]}" "${AAC[@]}" OUT
+gen h264_aac_cues_front.mkv "H.264 + AAC-LC stereo 44.1 kHz, 3 s, ffmpeg -reserve_index_space: cues before the clusters" \
+  "${FF[@]}" $(video 3) $(stereo 3 44100) "${X264[@]}" "${AAC[@]}" -reserve_index_space 1024 OUT
+gen h264_aac_30s.mkv "H.264 (key frame every 1 s, B-frames) + AAC-LC stereo 48 kHz, 30 s, for seeking" \
+  "${FF[@]}" $(video 30) $(stereo 30 48000) "${X264_BF[@]}" -c:a aac -b:a 32k OUT
+gen hevc_aac.mkv "HEVC (libx265) 160x120 + AAC-LC stereo 48 kHz, 3 s" \
+  "${FF[@]}" $(video 3) $(stereo 3 48000) -c:v libx265 -preset ultrafast -crf 32 -g 25 \
+  -x265-params log-level=error -pix_fmt yuv420p "${AAC[@]}" OUT
+gen vp8_vorbis.mkv "VP8 160x120 + Vorbis stereo 44.1 kHz, 3 s" \
+  "${FF[@]}" $(video 3) $(stereo 3 44100) -c:v libvpx -deadline realtime -cpu-used 8 -b:v 150k -g 25 \
+  -c:a libvorbis -q:a 1 OUT
+gen vp9_opus.webm "WebM (DocType webm): VP9 160x120 + Opus stereo, 3 s" \
+  "${FF[@]}" $(video 3) $(stereo 3 48000) -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -b:v 150k -g 25 \
+  -c:a libopus -b:a 48k OUT
+gen av1_opus.mkv "AV1 (libaom) 160x120 + Opus stereo, 2 s" \
+  "${FF[@]}" $(video 2) $(stereo 2 48000) -c:v libaom-av1 -usage realtime -cpu-used 8 -b:v 100k -g 25 \
+  -c:a libopus -b:a 48k OUT
+gen mpeg4_mp3.mkv "MPEG-4 part 2 (mpeg4, B-frames) 160x120 + MP3 stereo 44.1 kHz, 3 s" \
+  "${FF[@]}" $(video 3) $(stereo 3 44100) -c:v mpeg4 -q:v 6 -bf 2 -g 25 -c:a libmp3lame -b:a 64k OUT
+gen mpeg2_ac3.mkv "MPEG-2 video (B-frames) 160x120 + AC-3 stereo 48 kHz, 3 s" \
+  "${FF[@]}" $(video 3) $(stereo 3 48000) -c:v mpeg2video -q:v 6 -bf 2 -g 12 -c:a ac3 -b:a 96k OUT
+
+# --- audio only ---------------------------------------------------------------
+
+gen eac3.mka "E-AC-3 5.1 48 kHz, 2 s" "${FF[@]}" $(surround51 2 48000) -c:a eac3 -b:a 192k OUT
+gen flac.mka "FLAC stereo 44.1 kHz 16-bit, 2 s" "${FF[@]}" $(stereo 2 44100) -c:a flac -sample_fmt s16 OUT
+gen vorbis.mka "Vorbis stereo 48 kHz, 2 s" "${FF[@]}" $(stereo 2 48000) -c:a libvorbis -q:a 2 OUT
+gen opus.mka "Opus mono 48 kHz, 2 s" "${FF[@]}" $(mono 2 48000) -c:a libopus -b:a 32k OUT
+gen mp3.mka "MP3 stereo 48 kHz 128 kbit/s, 2 s" "${FF[@]}" $(stereo 2 48000) -c:a libmp3lame -b:a 128k OUT
+gen pcm_s16le.mka "PCM A_PCM/INT/LIT 16-bit stereo 44.1 kHz, 2 s" "${FF[@]}" $(stereo 2 44100) -c:a pcm_s16le OUT
+gen pcm_s24le.mka "PCM A_PCM/INT/LIT 24-bit stereo 48 kHz, 2 s" "${FF[@]}" $(stereo 2 48000) -c:a pcm_s24le OUT
+gen pcm_s32le.mka "PCM A_PCM/INT/LIT 32-bit stereo 32 kHz, 2 s" "${FF[@]}" $(stereo 2 32000) -c:a pcm_s32le OUT
+gen pcm_u8.mka "PCM A_PCM/INT/LIT 8-bit unsigned mono 8 kHz, 2 s" "${FF[@]}" $(mono 2 8000) -c:a pcm_u8 OUT
+gen pcm_s16be.mka "PCM A_PCM/INT/BIG 16-bit stereo 22.05 kHz, 2 s" "${FF[@]}" $(stereo 2 22050) -c:a pcm_s16be OUT
+gen pcm_s24be.mka "PCM A_PCM/INT/BIG 24-bit mono 48 kHz, 2 s" "${FF[@]}" $(mono 2 48000) -c:a pcm_s24be OUT
+gen pcm_s32be.mka "PCM A_PCM/INT/BIG 32-bit stereo 16 kHz, 2 s" "${FF[@]}" $(stereo 2 16000) -c:a pcm_s32be OUT
+gen pcm_f32le.mka "PCM A_PCM/FLOAT/IEEE 32-bit stereo 44.1 kHz, 2 s" "${FF[@]}" $(stereo 2 44100) -c:a pcm_f32le OUT
+
+# --- subtitles ------------------------------------------------------------------
+
+cat >"$work/subs.srt" <<'EOF'
+1
+00:00:00,500 --> 00:00:01,200
+First line
+
+2
+00:00:01,400 --> 00:00:02,100
+Second line
+<i>in italics</i>
+
+3
+00:00:02,300 --> 00:00:02,900
+Third, with ümlauts
+EOF
+cat >"$work/subs.ass" <<'EOF'
+[Script Info]
+ScriptType: v4.00+
+PlayResX: 160
+PlayResY: 120
+
+[V4+ Styles]
+Format: Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, OutlineColour, BackColour, Bold, Italic, Underline, StrikeOut, ScaleX, ScaleY, Spacing, Angle, BorderStyle, Outline, Shadow, Alignment, MarginL, MarginR, MarginV, Encoding
+Style: Default,Arial,12,&H00FFFFFF,&H000000FF,&H00000000,&H00000000,0,0,0,0,100,100,0,0,1,1,0,2,4,4,4,1
+
+[Events]
+Format: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text
+Dialogue: 0,0:00:00.50,0:00:01.20,Default,,0,0,0,,First event
+Dialogue: 0,0:00:01.40,0:00:02.10,Default,,0,0,0,,{\i1}Second{\i0} event
+Dialogue: 0,0:00:02.30,0:00:02.90,Default,,0,0,0,,Third event
+EOF
+
+gen h264_srt.mkv "H.264 + SRT subtitles (S_TEXT/UTF8, 3 cues), 3 s" \
+  "${FF[@]}" $(video 3) -i "$work/subs.srt" "${X264[@]}" -c:s srt -metadata:s:s:0 language=eng OUT
+gen h264_ass.mkv "H.264 + ASS subtitles (S_TEXT/ASS, 3 events), 3 s" \
+  "${FF[@]}" $(video 3) -i "$work/subs.ass" "${X264[@]}" -c:s ass OUT
+
+# --- metadata -------------------------------------------------------------------
+
+gen tags_ffmpeg.mkv "H.264 + AAC, 2 s, ffmpeg -metadata: title, artist, album, date, comment; track names and languages" \
+  "${FF[@]}" $(video 2) $(stereo 2 48000) "${X264[@]}" "${AAC[@]}" \
+  -metadata title="Corpus Title" -metadata artist="Corpus Artist" -metadata album="Corpus Album" \
+  -metadata date=2024 -metadata comment="made by make_corpus.sh" \
+  -metadata:s:v:0 title="Main video" -metadata:s:a:0 title="Main audio" -metadata:s:a:0 language=fre OUT
+
+cat >"$work/tags.xml" <<'EOF'
+<?xml version="1.0" encoding="UTF-8"?>
+<Tags>
+  <Tag>
+    <Targets><TargetTypeValue>50</TargetTypeValue></Targets>
+    <Simple><Name>ARTIST</Name><String>Tag Artist</String></Simple>
+    <Simple><Name>DATE_RELEASED</Name><String>2023</String></Simple>
+    <Simple><Name>GENRE</Name><String>Test</String></Simple>
+  </Tag>
+</Tags>
+EOF
+cat >"$work/chapters.txt" <<'EOF'
+CHAPTER01=00:00:00.000
+CHAPTER01NAME=Opening
+CHAPTER02=00:00:01.000
+CHAPTER02NAME=Middle
+EOF
+echo "attachment of the qmkv test corpus" >"$work/notes.txt"
+
+# --- mkvmerge remuxes -------------------------------------------------------------
+
+intermediate h264_mp3.mkv "${FF[@]}" $(video 3) $(stereo 3 48000) "${X264[@]}" -c:a libmp3lame -b:a 96k OUT
+
+gen mkvmerge_meta.mkv "mkvmerge: H.264 + AAC with --title, --global-tags (ARTIST, DATE_RELEASED, GENRE; the source's global tags dropped), 2 chapters, a text attachment, track names and languages" \
+  "${MM[@]}" -o OUT --title "Segment Title" --global-tags "$work/tags.xml" --chapters "$work/chapters.txt" \
+  --attachment-mime-type text/plain --attach-file "$work/notes.txt" \
+  --language 0:eng --track-name 0:Picture --language 1:ger --track-name 1:Sound --no-global-tags "$out/tags_ffmpeg.mkv"
+gen mkvmerge_h264_aac.mkv "mkvmerge remux of h264_aac.mkv: AAC laced (Xiph lacing, as mkvmerge picks the smallest)" \
+  "${MM[@]}" -o OUT "$out/h264_aac.mkv"
+gen mkvmerge_h264_mp3.mkv "mkvmerge: H.264 + MP3 stereo 48 kHz, MP3 laced (fixed-size lacing)" \
+  "${MM[@]}" -o OUT "$work/h264_mp3.mkv"
+gen mkvmerge_nocues.mkv "mkvmerge --no-cues: H.264 + AAC without an index" \
+  "${MM[@]}" -o OUT --no-cues "$out/h264_aac_cues_front.mkv"
+gen mkvmerge_blockgroups.mkv "mkvmerge --engage no_simpleblocks: H.264 + AAC in BlockGroups with ReferenceBlock" \
+  "${MM[@]}" -o OUT --engage no_simpleblocks "$out/h264_aac.mkv"
+gen laced_vorbis.mka "mkvmerge remux of vorbis.mka: Vorbis laced (EBML and Xiph lacing mixed)" \
+  "${MM[@]}" -o OUT "$out/vorbis.mka"
+gen laced_ebml_opus.mka "mkvmerge --engage lacing_ebml: Opus mono laced with EBML lacing" \
+  "${MM[@]}" -o OUT --engage lacing_ebml "$out/opus.mka"
+gen laced_xiph_ac3.mka "mkvmerge --engage lacing_xiph: AC-3 stereo laced with Xiph lacing" \
+  "${MM[@]}" -o OUT --engage lacing_xiph -D -S "$out/mpeg2_ac3.mkv"
+gen zlib_aac_srt.mkv "mkvmerge --compression zlib on the AAC (track 2) and SRT (track 3) tracks, H.264 + AAC + SRT" \
+  "${MM[@]}" -o OUT --compression 1:zlib "$out/h264_aac.mkv" -A -D --compression 1:zlib "$out/h264_srt.mkv"
+gen hdrstrip_mpeg4.mkv "header stripping (00 00 01) on the MPEG-4 part 2 track 1 of mpeg4_mp3.mkv (ffmpeg-made, with CRC-32 elements)" \
+  strip_headers "$out/mpeg4_mp3.mkv" OUT 1 3
+gen hdrstrip_h264.mkv "header stripping (ContentCompAlgo 3) on the H.264 track 1 of mkvmerge_h264_aac.mkv; frames otherwise identical" \
+  strip_headers "$out/mkvmerge_h264_aac.mkv" OUT 1 2
+gen hdrstrip_mp3.mkv "header stripping (ContentCompAlgo 3) on the laced MP3 track 2 of mkvmerge_h264_mp3.mkv; frames otherwise identical" \
+  strip_headers "$out/mkvmerge_h264_mp3.mkv" OUT 2 3
+
+# The manifest is rewritten every run (atomically) so it always lists
+# exactly what this script makes.
+printf '%s\n' "${manifest[@]}" >"$out/.tmp-manifest.txt"
+mv -f "$out/.tmp-manifest.txt" "$out/manifest.txt"

@@ -1,0 +1,204 @@
+// The core against libavformat over the real-muxer corpus: tracks, codec
+// codes, durations, cues, and every frame's bytes, times and key flags.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+#include "demux/qmkvd_codec.h"
+#include "demux/qmkvds.h"
+#include "tests/support/av_oracle.h"
+#include "tests/support/corpus.h"
+#include "tests/support/file_core.h"
+
+using namespace qmkv_test;
+
+namespace {
+
+// The codec code our table gives each libavcodec codec of the corpus.
+uint32_t expectedCode(const std::string &avCodec) {
+    static const std::map<std::string, uint32_t> kCodes = {
+        {"h264", QMKVD_FOURCC('A', 'V', 'C', '1')}, {"hevc", QMKVD_FOURCC('h', 'e', 'v', '1')},
+        {"vp8", QMKVD_FOURCC('V', 'P', '8', '0')},  {"vp9", QMKVD_FOURCC('V', 'P', '9', '0')},
+        {"av1", QMKVD_FOURCC('a', 'v', '0', '1')},  {"mpeg4", QMKVD_FOURCC('M', 'P', '4', 'V')},
+        {"mpeg2video", QMKVD_FOURCC('m', 'p', 'g', '2')},
+        {"aac", 0xFF}, {"mp3", 0x55}, {"ac3", 0x2000}, {"eac3", QMKVD_FOURCC('e', 'c', '-', '3')},
+        {"flac", 0xF1AC}, {"vorbis", 0x2674F}, {"opus", QMKVD_FOURCC('O', 'p', 'u', 's')},
+        {"pcm_s16le", 1}, {"pcm_s24le", 1}, {"pcm_s32le", 1}, {"pcm_u8", 1},
+        {"pcm_s16be", QMKVD_FOURCC('l', 'p', 'c', 'm')}, {"pcm_s24be", QMKVD_FOURCC('l', 'p', 'c', 'm')},
+        {"pcm_s32be", QMKVD_FOURCC('l', 'p', 'c', 'm')}, {"pcm_f32le", 3},
+        {"subrip", QMKVD_FOURCC('S', 'S', 'R', 'T')}, {"ass", QMKVD_FOURCC('S', 'A', 'S', 'S')},
+        {"ssa", QMKVD_FOURCC('S', 'A', 'S', 'S')},
+    };
+    auto it = kCodes.find(avCodec);
+    return it == kCodes.end() ? 0xFFFFFFFFu : it->second;
+}
+
+int32_t expectedType(int avMediaType) {
+    switch (avMediaType) {
+        case kAvVideo: return 1;
+        case kAvAudio: return 2;
+        case kAvSubtitle: return 0x11;
+        default: return -1;
+    }
+}
+
+// Pairs each kept core track with its libavformat stream. Streams the core
+// drops (zlib-compressed tracks) are passed over.
+std::vector<int> matchStreams(const FileCore &core, const AvFile &av) {
+    std::vector<int> match;
+    size_t a = 0;
+    for (int t = 0; t < core.format.track_count; ++t) {
+        while (a < av.streams.size() && (expectedCode(av.streams[a].codec_name) != core.format.track_codec_types[t] ||
+                                         expectedType(av.streams[a].media_type) != core.format.track_type[t]))
+            ++a;
+        match.push_back(a < av.streams.size() ? (int)a++ : -1);
+    }
+    return match;
+}
+
+bool isAudioOnly(const AvFile &av) {
+    for (const AvStream &s : av.streams)
+        if (s.media_type != kAvAudio) return false;
+    return true;
+}
+
+// libavformat hands AVC/HEVC frames over length-prefixed; ours are in
+// start-code form.
+std::vector<uint8_t> toStartCodes(const std::vector<uint8_t> &in, uint32_t nalLengthSize) {
+    std::vector<uint8_t> out;
+    size_t i = 0;
+    while (i + nalLengthSize <= in.size()) {
+        uint32_t len = 0;
+        for (uint32_t k = 0; k < nalLengthSize; ++k) len = (len << 8) | in[i + k];
+        i += nalLengthSize;
+        const size_t n = std::min<size_t>(len, in.size() - i);
+        out.insert(out.end(), {0, 0, 0, 1});
+        out.insert(out.end(), in.begin() + (long)i, in.begin() + (long)(i + n));
+        i += n;
+    }
+    return out;
+}
+
+class RealFile : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(RealFile, OpensWithTheTracksLibavformatSees) {
+    QMKV_REQUIRE_CORPUS();
+    const std::string path = corpusFile(GetParam());
+    FileCore core(path);
+    AvFile av = avOpen(path);
+    ASSERT_TRUE(av.ok) << av.error;
+    ASSERT_EQ(0, core.error);
+    ASSERT_NE(nullptr, core.inst);
+
+    const std::vector<int> match = matchStreams(core, av);
+    int kept = 0;
+    for (int t = 0; t < core.format.track_count; ++t) {
+        EXPECT_GE(match[(size_t)t], 0) << "track " << t << " codec " << std::hex << core.format.track_codec_types[t];
+        kept++;
+    }
+    int avTracks = 0;
+    for (const AvStream &s : av.streams) avTracks += s.media_type <= kAvSubtitle;
+    if (GetParam().rfind("zlib", 0) == 0) {
+        EXPECT_LT(kept, avTracks) << "zlib-compressed tracks are dropped";
+    } else {
+        EXPECT_EQ(avTracks, kept);
+    }
+    // Duration in 100 ns, to the microsecond.
+    if (av.duration_us != kAvNoTime) {
+        EXPECT_NEAR(av.duration_us, core.format.duration / 10, 1000);
+    }
+    // Cue points that name audio tracks are dropped, so audio-only files
+    // have none; every other file here but one has an index.
+    if (isAudioOnly(av) || GetParam() == "mkvmerge_nocues.mkv") {
+        EXPECT_EQ(0u, core.inst->cues.cue_count);
+    } else {
+        EXPECT_GT(core.inst->cues.cue_count, 0u);
+        EXPECT_EQ(2, core.format.index_count);
+    }
+}
+
+TEST_P(RealFile, EveryFrameMatchesLibavformat) {
+    QMKV_REQUIRE_CORPUS();
+    const std::string path = corpusFile(GetParam());
+    FileCore core(path);
+    AvFile av = avOpen(path);
+    ASSERT_TRUE(av.ok) << av.error;
+    ASSERT_NE(nullptr, core.inst);
+    const std::vector<int> match = matchStreams(core, av);
+    const std::vector<AvPacket> packets = av.readAll();
+
+    for (int t = 0; t < core.format.track_count; ++t) {
+        if (match[(size_t)t] < 0) continue;
+        SCOPED_TRACE("track " + std::to_string(t));
+        const qmkvds &slot = core.inst->streams[t];
+        int32_t last = 0;
+        std::vector<CoreFrame> ours = readCoreFrames(core.inst, t, &last);
+        EXPECT_EQ(1, last) << "the track reads to its end";
+        if (slot.stream_type == QMKVD_TRACK_SUBTITLE) {
+            // Empty samples fill gaps between subtitles; libavformat has none.
+            std::vector<CoreFrame> text;
+            for (CoreFrame &f : ours)
+                if (!f.data.empty()) text.push_back(std::move(f));
+            ours.swap(text);
+        }
+        std::vector<const AvPacket *> theirs;
+        for (const AvPacket &p : packets)
+            if (p.stream == match[(size_t)t]) theirs.push_back(&p);
+
+        std::vector<uint8_t> ourBytes, theirBytes;
+        for (const CoreFrame &f : ours) ourBytes.insert(ourBytes.end(), f.data.begin(), f.data.end());
+        for (const AvPacket *p : theirs) {
+            const std::vector<uint8_t> d = slot.nal_length_size > 0 ? toStartCodes(p->data, slot.nal_length_size) : p->data;
+            theirBytes.insert(theirBytes.end(), d.begin(), d.end());
+        }
+        EXPECT_EQ(theirBytes.size(), ourBytes.size());
+        EXPECT_TRUE(theirBytes == ourBytes) << "concatenated frame bytes differ";
+
+        // A whole laced block is one frame for the batch audio codecs.
+        const bool wholeBlocks = slot.stream_type == QMKVD_TRACK_AUDIO && slot.get_frm == qmkvds_get_frm_default;
+        // libavformat takes the codec delay off every time; blocks carry it.
+        const int64_t delayUs = (int64_t)((slot.track.codec_delay + 500000) / 1000000) * 1000;
+        // Frames after the first of a laced block get times of our own making.
+        const bool laced = GetParam().find("laced") != std::string::npos || GetParam().rfind("mkvmerge", 0) == 0 ||
+                           GetParam().rfind("hdrstrip", 0) == 0;
+        if (!wholeBlocks) {
+            ASSERT_EQ(theirs.size(), ours.size());
+            for (size_t i = 0; i < ours.size(); ++i) {
+                if (theirs[i]->pts_us != kAvNoTime && (slot.stream_type != QMKVD_TRACK_AUDIO || !laced)) {
+                    EXPECT_EQ(std::max<int64_t>(0, theirs[i]->pts_us + delayUs), ours[i].pts / 10) << "frame " << i;
+                }
+                if (slot.stream_type == QMKVD_TRACK_VIDEO) {
+                    // Key flags come from the block's flags byte alone, which a
+                    // Block inside a BlockGroup does not set.
+                    const bool key = GetParam() == "mkvmerge_blockgroups.mkv" ? false : theirs[i]->key;
+                    EXPECT_EQ(key, ours[i].key == 1) << "frame " << i;
+                }
+            }
+        } else {
+            EXPECT_LE(ours.size(), theirs.size());
+        }
+    }
+}
+
+std::vector<std::string> corpusNames() {
+    // The list is fixed here so that a test name never depends on the
+    // environment; corpus_test checks the manifest holds the same files.
+    return {"h264_aac.mkv", "h264_aac_cues_front.mkv", "h264_aac_30s.mkv", "hevc_aac.mkv", "vp8_vorbis.mkv",
+            "vp9_opus.webm", "av1_opus.mkv", "mpeg4_mp3.mkv", "mpeg2_ac3.mkv", "eac3.mka", "flac.mka", "vorbis.mka",
+            "opus.mka", "mp3.mka", "pcm_s16le.mka", "pcm_s24le.mka", "pcm_s32le.mka", "pcm_u8.mka", "pcm_s16be.mka",
+            "pcm_s24be.mka", "pcm_s32be.mka", "pcm_f32le.mka", "h264_srt.mkv", "h264_ass.mkv", "tags_ffmpeg.mkv",
+            "mkvmerge_meta.mkv", "mkvmerge_h264_aac.mkv", "mkvmerge_h264_mp3.mkv", "mkvmerge_nocues.mkv",
+            "mkvmerge_blockgroups.mkv", "laced_vorbis.mka", "laced_ebml_opus.mka", "laced_xiph_ac3.mka",
+            "zlib_aac_srt.mkv", "hdrstrip_mpeg4.mkv", "hdrstrip_h264.mkv", "hdrstrip_mp3.mkv"};
+}
+
+INSTANTIATE_TEST_SUITE_P(Corpus, RealFile, ::testing::ValuesIn(corpusNames()),
+                         [](const ::testing::TestParamInfo<std::string> &p) {
+                             std::string n = p.param;
+                             for (char &c : n)
+                                 if (!isalnum((unsigned char)c)) c = '_';
+                             return n;
+                         });
+
+}  // namespace

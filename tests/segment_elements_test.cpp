@@ -1,0 +1,221 @@
+// Info, Tags, SeekHead and the metadata items built from them.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/log_capture.h"
+#include "tests/support/mkv_builder.h"
+
+using namespace qmkv_test;
+
+namespace {
+
+const Bytes kVideoTrack = tracks({trackEntry(1, 1, "V_VP8")});
+
+Bytes infoWith(std::initializer_list<Bytes> children) { return el(mkv::Info, cat(children)); }
+
+TEST(SegmentInfo, Duration) {
+    struct { const char *name; Bytes duration; uint64_t ticks; double value; } cases[] = {
+        {"float_1234.9", f32_el(mkv::Duration, 1234.9f), 1234, 1234.0},
+        {"float_0.5", f32_el(mkv::Duration, 0.5f), 1, 1.0},
+        {"double_1234.5", f64_el(mkv::Duration, 1234.5), 1234, 1234.5},
+        {"double_0", f64_el(mkv::Duration, 0.0), 1, 1.0},
+        {"two_bytes", uint_el(mkv::Duration, 7, 2), 1, 1.0},
+        {"absent", Bytes{}, 0, 0.0},
+    };
+    for (const auto &c : cases) {
+        CoreFile f(file({infoWith({c.duration}), kVideoTrack, cluster()}));
+        ASSERT_NE(nullptr, f.inst) << c.name;
+        EXPECT_EQ(c.ticks, f.inst->info.duration_ticks) << c.name;
+        EXPECT_DOUBLE_EQ(c.value, f.inst->info.duration) << c.name;
+        EXPECT_EQ(1000000u, f.inst->info.timecode_scale) << c.name << ": default scale";
+    }
+}
+
+TEST(SegmentInfo, StringsAndLimits) {
+    CoreFile ok(file({infoWith({str_el(mkv::Title, "A title"), str_el(mkv::MuxingApp, "mux"), str_el(0x5741, "writer"),
+                                bin_el(0x73A4, Bytes(16, 0xAB)), uint_el(mkv::TimecodeScale, 500000)}),
+                      kVideoTrack, cluster()}));
+    ASSERT_NE(nullptr, ok.inst);
+    EXPECT_STREQ("A title", ok.inst->info.title);
+    EXPECT_STREQ("mux", ok.inst->info.muxing_app);
+    EXPECT_STREQ("writer", ok.inst->info.writing_app);
+    EXPECT_EQ(0xAB, ok.inst->info.segment_uid[15]);
+    EXPECT_EQ(500000u, ok.inst->info.timecode_scale);
+
+    for (Bytes bad : {str_el(mkv::Title, std::string(256, 't')), bin_el(0x73A4, Bytes(17, 1)), el(mkv::DateUTC, Bytes(9, 0))}) {
+        CoreFile f(file({infoWith({bad}), kVideoTrack, cluster()}));
+        EXPECT_EQ(-6, f.error) << "a bad Info fails the header when met directly";
+    }
+}
+
+TEST(SegmentInfo, OversizedChildEndsTheWalk) {
+    Bytes inner = cat({str_el(mkv::Title, "kept"), el_header(mkv::MuxingApp, 50), Bytes{'x'}});
+    CoreFile f(file({el(mkv::Info, inner), kVideoTrack, cluster()}));
+    ASSERT_NE(nullptr, f.inst);
+    EXPECT_STREQ("kept", f.inst->info.title);
+    EXPECT_STREQ("", f.inst->info.muxing_app);
+}
+
+Bytes simpleTag(const std::string &name, const std::string &value) {
+    return el(mkv::SimpleTag, {str_el(mkv::TagName, name), str_el(mkv::TagString, value)});
+}
+
+Bytes tagsOf(std::initializer_list<Bytes> simpleTags) {
+    return el(mkv::Tags, {el(mkv::Tag, cat({el(mkv::Targets, {uint_el(0x68CA, 50)}), cat(simpleTags)}))});
+}
+
+std::string item(const CoreFile &f, int index) {
+    if (f.format.meta == nullptr || f.format.meta[index].data == nullptr) return "<none>";
+    EXPECT_EQ((uint32_t)QMKVD_STRING_UTF8, f.format.meta[index].type);
+    return std::string(reinterpret_cast<const char *>(f.format.meta[index].data), f.format.meta[index].length);
+}
+
+TEST(Metadata, FirstValueWinsAndInfoTitleBeatsTags) {
+    CoreFile f(file({infoWith({str_el(mkv::Title, "Info title")}), kVideoTrack,
+                     tagsOf({simpleTag("TITLE", "Tag title"), simpleTag("ARTIST", "first"), simpleTag("ARTIST", "second"),
+                             simpleTag("BAND", "band"), simpleTag("ALBUM", ""), simpleTag("ALBUM", "album"),
+                             simpleTag("COMMENT", "comment"), simpleTag("GENRE", "genre"), simpleTag("composer", "lower"),
+                             simpleTag("COMPOSER", "comp"), simpleTag("SCREENPLAY_BY", "screen"),
+                             simpleTag("WRITTEN_BY", "written"), simpleTag("DATE_RELEASE", "2020")}),
+                     cluster()}));
+    ASSERT_NE(nullptr, f.inst);
+    ASSERT_NE(nullptr, f.format.meta);
+    EXPECT_EQ("Info title", item(f, QMKVD_META_TITLE));
+    EXPECT_EQ("first", item(f, QMKVD_META_ARTIST));
+    EXPECT_EQ("album", item(f, QMKVD_META_ALBUM)) << "an empty value does not fill the item";
+    EXPECT_EQ("comment", item(f, QMKVD_META_GENRE));
+    EXPECT_EQ("comp", item(f, QMKVD_META_COMPOSER)) << "names compare exactly";
+    EXPECT_EQ("screen", item(f, QMKVD_META_WRITER));
+    EXPECT_EQ("2020", item(f, QMKVD_META_DATE));
+    EXPECT_EQ("<none>", item(f, 4));
+    EXPECT_EQ("<none>", item(f, 5));
+    EXPECT_EQ(13u, f.inst->tags.simple_tag_count);
+}
+
+TEST(Metadata, ReleaseYearFromDateUtc) {
+    struct { int64_t date; uint32_t year; } cases[] = {
+        {31536000000000000LL * 19 + 5, 2020}, {1, 2001}, {-31536000000000000LL * 2, 1999}, {-5, 2001}};
+    for (const auto &c : cases) {
+        CoreFile f(file({infoWith({uint_el(mkv::DateUTC, (uint64_t)c.date, 8)}), kVideoTrack, cluster()}));
+        ASSERT_NE(nullptr, f.inst);
+        EXPECT_EQ(c.year, f.inst->release_year) << c.date;
+        EXPECT_NE(nullptr, f.format.meta);
+    }
+    CoreFile none(file({infoWith({}), kVideoTrack, cluster()}));
+    EXPECT_EQ(nullptr, none.format.meta);
+}
+
+TEST(Tags, LongValuesAreCut) {
+    CoreFile f(file({segmentInfo(), kVideoTrack,
+                     tagsOf({simpleTag(std::string(300, 'N'), std::string(2000, 'v')), simpleTag("ARTIST", std::string(1023, 'a'))}),
+                     cluster()}));
+    ASSERT_NE(nullptr, f.inst);
+    ASSERT_EQ(2u, f.inst->tags.simple_tag_count);
+    EXPECT_EQ(std::string(255, 'N'), f.inst->tags.simple_tags[0].tag_name);
+    EXPECT_EQ(std::string(1023, 'v'), f.inst->tags.simple_tags[0].tag_string);
+    EXPECT_EQ(std::string(1023, 'a'), f.inst->tags.simple_tags[1].tag_string);
+}
+
+TEST(Tags, ListGrowsAcrossTags) {
+    Bytes tagList;
+    for (int t = 0; t < 7; ++t) {
+        Bytes simple;
+        for (int i = 0; i < 9; ++i) {
+            Bytes s = simpleTag("K" + std::to_string(t * 9 + i), "v");
+            simple.insert(simple.end(), s.begin(), s.end());
+        }
+        Bytes tag = el(mkv::Tag, simple);
+        tagList.insert(tagList.end(), tag.begin(), tag.end());
+    }
+    CoreFile f(file({segmentInfo(), kVideoTrack, el(mkv::Tags, tagList), cluster()}));
+    ASSERT_NE(nullptr, f.inst);
+    ASSERT_EQ(63u, f.inst->tags.simple_tag_count);
+    EXPECT_EQ(80u, f.inst->tags.simple_tag_capacity) << "grows by 20";
+    EXPECT_STREQ("K62", f.inst->tags.simple_tags[62].tag_name);
+}
+
+// A Segment laid out with a SeekHead first that points at elements placed
+// after the Clusters.
+struct SeekLayout {
+    Bytes seekHead;
+    Bytes rest;
+};
+
+Bytes seekEntry(uint32_t id, uint64_t position) {
+    return el(mkv::Seek, {bin_el(mkv::SeekID, ebml_id(id)), uint_el(mkv::SeekPosition, position)});
+}
+
+// Builds [SeekHead][Void?][Info][Cluster][Tracks][Tags] with the SeekHead
+// naming Tracks and Tags by their offsets from the Segment's data start.
+Bytes fileWithTracksAfterClusters(uint64_t tracksBias = 0) {
+    const Bytes info = segmentInfo();
+    const Bytes clusterBytes = cluster();
+    const Bytes tracksBytes = kVideoTrack;
+    const Bytes tags = tagsOf({simpleTag("ARTIST", "via seek")});
+    // A SeekHead of fixed size: two entries with 8-byte positions.
+    auto head = [&](uint64_t tracksPos, uint64_t tagsPos) {
+        return el(mkv::SeekHead, {el(mkv::Seek, {bin_el(mkv::SeekID, ebml_id(mkv::Tracks)), uint_el(mkv::SeekPosition, tracksPos, 8)}),
+                                  el(mkv::Seek, {bin_el(mkv::SeekID, ebml_id(mkv::Tags)), uint_el(mkv::SeekPosition, tagsPos, 8)})});
+    };
+    const size_t headSize = head(0, 0).size();
+    const uint64_t tracksPos = headSize + info.size() + clusterBytes.size();
+    return file({head(tracksPos + tracksBias, tracksPos + tracksBytes.size()), info, clusterBytes, tracksBytes, tags});
+}
+
+TEST(SeekHead, ReachesElementsAfterTheClusters) {
+    CoreFile f(fileWithTracksAfterClusters());
+    ASSERT_NE(nullptr, f.inst);
+    EXPECT_EQ(1, f.format.track_count);
+    EXPECT_EQ(1, f.inst->found_seekhead);
+    EXPECT_EQ("via seek", item(f, QMKVD_META_ARTIST));
+}
+
+TEST(SeekHead, WrongTargetFailsOnlyTheSeekHead) {
+    LogCapture log;
+    CoreFile f(fileWithTracksAfterClusters(1));
+    ASSERT_NE(nullptr, f.inst) << "the walk goes on and meets Tracks and Tags itself";
+    EXPECT_EQ(0, f.inst->found_seekhead);
+    EXPECT_EQ(1, f.format.track_count);
+    EXPECT_TRUE(log.contains("could not find seekid, seekid = 374648427, id = "));
+    EXPECT_TRUE(log.contains("parse_seekhead_seek failed"));
+}
+
+TEST(SeekHead, PositionsCountFromTheFirstSeekHeadsStart) {
+    // A Void before the SeekHead: positions are relative to the SeekHead's
+    // own start, not the Segment's data start.
+    const Bytes voidEl = el(mkv::Void, Bytes(10, 0));
+    const Bytes info = segmentInfo();
+    const Bytes clusterBytes = cluster();
+    auto head = [&](uint64_t pos) { return el(mkv::SeekHead, {seekEntry(mkv::Tracks, pos)}); };
+    const Bytes probe = head(0x1000);  // same size as the real one (2-byte position)
+    const uint64_t fromHead = probe.size() + info.size() + clusterBytes.size();
+    CoreFile f(file({voidEl, head(fromHead), info, clusterBytes, kVideoTrack}));
+    ASSERT_NE(nullptr, f.inst);
+    EXPECT_EQ(1, f.format.track_count);
+}
+
+TEST(SeekHead, ZeroPositionRebasesWithoutReading) {
+    CoreFile f(file({el(mkv::SeekHead, {seekEntry(mkv::Tracks, 0), seekEntry(mkv::Info, 0)}), segmentInfo(), kVideoTrack, cluster()}));
+    ASSERT_NE(nullptr, f.inst);
+    EXPECT_EQ(0, f.inst->seekhead.start) << "re-based on elements not met yet, whose start is 0";
+}
+
+TEST(SeekHead, ClusterAlreadyKnownEndsTheSeek) {
+    // The cluster is found directly before this second SeekHead; its Seek
+    // names a bogus position that is never read.
+    CoreFile f(file({segmentInfo(), kVideoTrack, cluster(), el(mkv::SeekHead, {seekEntry(mkv::Cluster, 1u << 30)})}));
+    ASSERT_NE(nullptr, f.inst);
+}
+
+TEST(ChaptersAndAttachments, AreLocatedOnly) {
+    CoreFile f(file({segmentInfo(), el(mkv::Chapters, {el(0x45B9, {uint_el(0x73C4, 1)})}),
+                     el(mkv::Attachments, {el(0x61A7, {str_el(0x466E, "a.txt"), bin_el(0x465C, Bytes(100, 1))})}),
+                     kVideoTrack, cluster()}));
+    ASSERT_NE(nullptr, f.inst);
+    EXPECT_EQ(1, f.inst->found_chapters);
+    EXPECT_EQ(1, f.inst->found_attachments);
+    EXPECT_GT(f.inst->attachments.size, 100u);
+}
+
+}  // namespace

@@ -1,0 +1,214 @@
+// Codec configuration and parameter records of crafted tracks.
+#include <gtest/gtest.h>
+
+#include "demux/qmkvd_codec.h"
+#include "demux/qmkvd_stream_info.h"
+#include "demux/qmkvds.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/mkv_builder.h"
+
+using namespace qmkv_test;
+
+namespace {
+
+// A file whose track 0 is `entry`, with one block of track 1 in a Cluster.
+CoreFile *open(const Bytes &entry, const Bytes &firstBlockPayload = Bytes{1, 2, 3, 4}, uint8_t flags = 0x80) {
+    return new CoreFile(file({segmentInfo(60000.0), tracks({entry}),
+                              clusterOf(0, {simpleBlock(1, 0, flags, firstBlockPayload)})}));
+}
+
+struct Config {
+    int32_t result;
+    int32_t size;
+    Bytes bytes;
+};
+
+// Size query, then the bytes into a buffer of that size (plus `extra`).
+Config configOf(qmkvd *inst, int index = 0, int32_t extra = 0) {
+    Config c{};
+    int32_t size = -12345;
+    EXPECT_EQ(0, qmkvd_get_format(inst, index, nullptr, &size));
+    if (size < 0) return Config{0, size, {}};
+    Bytes buf((size_t)(size + extra + 16), 0xEE);
+    int32_t n = size + extra;
+    c.result = qmkvd_get_format(inst, index, buf.data(), &n);
+    c.size = n;
+    c.bytes.assign(buf.begin(), buf.begin() + (n > 0 ? n : 0));
+    return c;
+}
+
+TEST(Format, AacLcConfigFromRateAndChannels) {
+    struct { double rate; int channels; Bytes expected; } cases[] = {
+        {44100.0, 2, {0x12, 0x10}}, {48000.0, 1, {0x11, 0x88}}, {8000.0, 6, {0x15, 0xB0}}};
+    for (const auto &c : cases) {
+        std::unique_ptr<CoreFile> f(open(trackEntry(1, 2, "A_AAC/MPEG4/LC/SBR", {el(mkv::Audio, {f64_el(mkv::SamplingFrequency, c.rate),
+                                                                                          uint_el(mkv::Channels, (uint64_t)c.channels)})})));
+        ASSERT_NE(nullptr, f->inst);
+        Config got = configOf(f->inst);
+        EXPECT_EQ(0, got.result);
+        EXPECT_EQ(c.expected, got.bytes) << c.rate;
+    }
+    LogCapture log;
+    std::unique_ptr<CoreFile> f(open(trackEntry(1, 2, "A_AAC/MPEG2/LC", {el(mkv::Audio, {f64_el(mkv::SamplingFrequency, 7350.0)})})));
+    Config got = configOf(f->inst);
+    EXPECT_EQ(0, got.result);
+    EXPECT_EQ(0, got.size);
+    EXPECT_TRUE(log.has("qmkvd", "get_aac_default_format(): warning! frequency 7350 not supported"));
+}
+
+TEST(Format, GenericCopyAndItsLimit) {
+    for (const char *codec : {"A_AAC", "A_AAC/MPEG4/MAIN", "A_VORBIS", "V_VP9", "A_OPUS"}) {
+        std::unique_ptr<CoreFile> f(open(trackEntry(1, codec[0] == 'V' ? 1 : 2, codec, {bin_el(mkv::CodecPrivate, Bytes{9, 8, 7, 6, 5})})));
+        ASSERT_NE(nullptr, f->inst) << codec;
+        Config got = configOf(f->inst);
+        EXPECT_EQ(0, got.result);
+        EXPECT_EQ(Bytes({9, 8, 7, 6, 5}), got.bytes) << codec;
+        EXPECT_EQ(-1, configOf(f->inst, 0, -1).result) << "one byte short";
+    }
+}
+
+TEST(Format, AcmExtraBytes) {
+    Bytes wfx(40, 0);
+    for (int i = 0; i < 40; ++i) wfx[(size_t)i] = (uint8_t)i;
+    wfx[0] = 0x61;
+    wfx[1] = 0x01;  // 0x161, Windows Media Audio: whole structure
+    std::unique_ptr<CoreFile> wma(open(trackEntry(1, 2, "A_MS/ACM", {bin_el(mkv::CodecPrivate, wfx)})));
+    EXPECT_EQ(40, configOf(wma->inst).size);
+    wfx[0] = 0x55;
+    wfx[1] = 0;
+    std::unique_ptr<CoreFile> mp3(open(trackEntry(1, 2, "A_MS/ACM", {bin_el(mkv::CodecPrivate, wfx)})));
+    Config got = configOf(mp3->inst);
+    ASSERT_EQ(22, got.size);
+    EXPECT_EQ(18, got.bytes[0]);
+    EXPECT_EQ(0x55u, mp3->format.track_codec_types[0]);
+}
+
+TEST(Format, AvcFirstParameterSetsInStartCodeForm) {
+    // Two SPS (3 and 2 bytes) and one PPS (2 bytes).
+    Bytes avcC = {1, 0x64, 0, 0x1F, 0xFF, 0xE2, 0, 3, 0x67, 0xA, 0xB, 0, 2, 0x67, 0xC, 1, 0, 2, 0x68, 0xD};
+    std::unique_ptr<CoreFile> f(open(trackEntry(1, 1, "V_MPEG4/ISO/AVC", {bin_el(mkv::CodecPrivate, avcC)})));
+    Config got = configOf(f->inst);
+    EXPECT_EQ(0, got.result);
+    EXPECT_EQ(Bytes({0, 0, 0, 1, 0x67, 0xA, 0xB, 0, 0, 0, 1, 0x68, 0xD}), got.bytes);
+    Config small = configOf(f->inst, 0, -1);
+    EXPECT_EQ(0, small.size) << "a buffer too small gives no configuration";
+}
+
+TEST(Format, HevcAllNalUnits) {
+    Bytes hvcC(22, 0);
+    hvcC[21] = 3;
+    Bytes arrays = {3,  // three arrays: VPS, SPS, PPS
+                    0x20, 0, 1, 0, 2, 0x40, 0x01,  //
+                    0x21, 0, 1, 0, 3, 0x42, 0x01, 0x01,
+                    0x22, 0, 2, 0, 1, 0x44, 0, 1, 0x45};
+    std::unique_ptr<CoreFile> f(open(trackEntry(1, 1, "V_MPEGH/ISO/HEVC", {bin_el(mkv::CodecPrivate, cat({hvcC, arrays}))})));
+    Config got = configOf(f->inst);
+    EXPECT_EQ(0, got.result);
+    EXPECT_EQ(Bytes({0, 0, 0, 1, 0x40, 0x01, 0, 0, 0, 1, 0x42, 0x01, 0x01, 0, 0, 0, 1, 0x44, 0, 0, 0, 1, 0x45}), got.bytes);
+}
+
+TEST(Format, NoConfiguration) {
+    struct { uint8_t type; const char *codec; int32_t size; } cases[] = {
+        {0x11, "S_TEXT/UTF8", -12345}, {1, "V_MS/VFW/FOURCC", 0}, {1, "V_MPEG4/MS/V3", 0}};
+    for (const auto &c : cases) {
+        std::unique_ptr<CoreFile> f(open(trackEntry(1, c.type, c.codec, {bin_el(mkv::CodecPrivate, Bytes(40, 1))})));
+        int32_t size = -12345;
+        EXPECT_EQ(0, qmkvd_get_format(f->inst, 0, nullptr, &size));
+        EXPECT_EQ(c.size, size) << c.codec;
+    }
+    std::unique_ptr<CoreFile> ass(open(trackEntry(1, 0x11, "S_TEXT/ASS", {bin_el(mkv::CodecPrivate, Bytes(30, 'x'))})));
+    EXPECT_EQ(30, configOf(ass->inst).size);
+}
+
+TEST(Format, Mp3RecordFromTheFirstFrameHeader) {
+    // 128 kbit/s (index 9), 44100 Hz (0), padding 1: 417 + 1 bytes.
+    const Bytes header = {0xFF, 0xFB, 0x92, 0x44};
+    for (uint8_t flags : {(uint8_t)0x80, (uint8_t)0x02}) {
+        Bytes payload = flags == 0x02 ? cat({Bytes{1, 4}, header, Bytes(4, 0)}) : cat({header, Bytes(8, 0)});
+        std::unique_ptr<CoreFile> f(open(trackEntry(1, 2, "A_MPEG/L3"), payload, flags));
+        ASSERT_NE(nullptr, f->inst);
+        Config got = configOf(f->inst);
+        ASSERT_EQ(12, got.size);
+        EXPECT_EQ(0, got.result);
+        EXPECT_EQ(Bytes({1, 0, 0, 0, 0, 0, 0xA2, 0x01}), Bytes(got.bytes.begin(), got.bytes.begin() + 8)) << int(flags);
+        EXPECT_EQ(0xEE, got.bytes[8]) << "bytes 8-11 are left alone";
+    }
+    // Header stripping: the prefix supplies the first bytes of the header.
+    Bytes strip = el(mkv::ContentEncodings, {el(mkv::ContentEncoding, {el(mkv::ContentCompression,
+                                                                          {uint_el(mkv::ContentCompAlgo, 3),
+                                                                           bin_el(mkv::ContentCompSettings, Bytes{0xFF, 0xFB})})})});
+    std::unique_ptr<CoreFile> f(open(trackEntry(1, 2, "A_MPEG/L3", {strip}), Bytes{0x92, 0x44, 0, 0}));
+    Config got = configOf(f->inst);
+    EXPECT_EQ(0xA2, got.bytes[6]);
+}
+
+TEST(Info, VideoRecord) {
+    std::unique_ptr<CoreFile> f(open(trackEntry(1, 1, "V_MPEG4/ISO/AVC", {uint_el(mkv::DefaultDuration, 40000000),
+                                                                         el(mkv::Video, {uint_el(mkv::PixelWidth, 1920),
+                                                                                         uint_el(mkv::PixelHeight, 1080)})})));
+    qmkvd_info_vid v;
+    ASSERT_EQ(0, qmkvd_get_info_vid(f->inst, 0, &v));
+    EXPECT_EQ(3110400, v.max_frame_size);
+    EXPECT_EQ(1920, v.width);
+    EXPECT_EQ(1, v.valid);
+    EXPECT_EQ(25u, v.frame_rate);
+    EXPECT_EQ(1500, v.frame_count) << "60 s at 25 fps";
+    EXPECT_EQ(104, v.media_type);
+    EXPECT_EQ(QMKVD_FOURCC('A', 'V', 'C', '1'), v.fourcc);
+
+    std::unique_ptr<CoreFile> g(open(trackEntry(1, 1, "V_VP9")));
+    ASSERT_EQ(0, qmkvd_get_info_vid(g->inst, 0, &v));
+    EXPECT_EQ(0u, v.frame_rate);
+    EXPECT_EQ(0, v.frame_count);
+    EXPECT_EQ(-7, qmkvd_get_info_vid(g->inst, 1, &v));
+    EXPECT_EQ(-7, qmkvd_get_info_vid(g->inst, 0, nullptr));
+}
+
+TEST(Info, AudioAndTextRecords) {
+    std::unique_ptr<CoreFile> f(open(trackEntry(1, 2, "A_OPUS", {str_el(mkv::Language, "english"), str_el(mkv::Name, "Commentary"),
+                                                                uint_el(0x56BB, 80000000), uint_el(0x56AA, 6500000),
+                                                                el(mkv::Audio, {f64_el(mkv::SamplingFrequency, 48000.0),
+                                                                                uint_el(mkv::Channels, 2)})})));
+    qmkvd_info_aud a;
+    ASSERT_EQ(0, qmkvd_get_info_aud(f->inst, 0, &a));
+    EXPECT_EQ(48000, a.sample_rate);
+    EXPECT_EQ(16, a.bits_per_sample) << "no BitDepth";
+    EXPECT_EQ(2, a.channels);
+    EXPECT_STREQ("eng", a.language);
+    EXPECT_EQ(703, a.name_encoding);
+    EXPECT_EQ(10, a.name_length);
+    EXPECT_STREQ("Commentary", a.name);
+    EXPECT_EQ(80000000u, a.seek_pre_roll);
+    EXPECT_EQ(6500000u, a.codec_delay);
+    EXPECT_EQ(334, a.media_type);
+
+    std::unique_ptr<CoreFile> t(open(trackEntry(1, 0x11, "S_TEXT/ASS", {str_el(mkv::Language, "fr")})));
+    qmkvd_info_txt x;
+    ASSERT_EQ(0, qmkvd_get_info_txt(t->inst, 0, &x));
+    EXPECT_EQ(3007, x.media_type);
+    EXPECT_STREQ("fr", x.language);
+}
+
+TEST(Info, StreamTwinsCheckTheHandle) {
+    std::unique_ptr<CoreFile> f(open(trackEntry(1, 2, "A_FLAC", {bin_el(mkv::CodecPrivate, Bytes{1, 2})})));
+    qmkvd_info_aud a;
+    int32_t size = 0;
+    EXPECT_EQ(-7, qmkvds_get_info_aud(nullptr, &a));
+    EXPECT_EQ(-2, qmkvds_get_info_aud(&f->inst->streams[0], &a)) << "not open";
+    qmkvds *s = qmkvds_open(f->inst, 0, nullptr);
+    ASSERT_NE(nullptr, s);
+    EXPECT_EQ(0, qmkvds_get_info_aud(s, &a));
+    EXPECT_EQ(0, qmkvds_get_format(s, nullptr, &size));
+    EXPECT_EQ(2, size);
+    EXPECT_EQ(-7, qmkvd_get_format(f->inst, 0, nullptr, nullptr));
+    qmkvds_close(s);
+}
+
+TEST(Info, AacFrequencyIndex) {
+    EXPECT_EQ(0, get_aac_frequency_index(96000));
+    EXPECT_EQ(4, get_aac_frequency_index(44100));
+    EXPECT_EQ(11, get_aac_frequency_index(8000));
+    EXPECT_EQ(-1, get_aac_frequency_index(7350));
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+// An independent reading of a media file through libavformat, used as the
+// oracle our demuxer is compared against: container duration, streams with
+// their codec parameters, every packet in file order, key-frame times and
+// where a seek lands.
+//
+// libavformat already undoes what the container adds: laces are split,
+// header stripping and zlib compression are reversed, so its packets are
+// the frames as the codec sees them (length-prefixed for AVC/HEVC).
+#ifndef QMKV_TEST_AV_ORACLE_H_
+#define QMKV_TEST_AV_ORACLE_H_
+
+#include <stdint.h>
+
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace qmkv_test {
+
+// A time libavformat did not know.
+constexpr int64_t kAvNoTime = std::numeric_limits<int64_t>::min();
+
+// AvStream::media_type. Attachments appear as streams too (libavformat's
+// view), so that stream indices match its packets.
+enum AvMediaType { kAvVideo = 0, kAvAudio = 1, kAvSubtitle = 2, kAvOther = 3, kAvAttachment = 4 };
+
+struct AvStream {
+    int index = -1;
+    std::string codec_name;  // libavcodec's short name: "h264", "aac", "pcm_s16be", ...
+    int media_type = kAvOther;
+    int64_t duration_us = kAvNoTime;
+    int64_t start_us = kAvNoTime;
+    int width = 0, height = 0;
+    int sample_rate = 0, channels = 0;
+    int bits_per_coded_sample = 0;
+    std::vector<uint8_t> extradata;  // CodecPrivate as libavformat exposes it
+    std::map<std::string, std::string> metadata;  // "language", "title", ...
+};
+
+struct AvPacket {
+    int stream = -1;
+    int64_t pts_us = kAvNoTime, dts_us = kAvNoTime, duration_us = kAvNoTime;
+    int64_t pos = -1;  // byte offset of the block, when known
+    bool key = false;
+    std::vector<uint8_t> data;
+};
+
+struct AvFile {
+    std::string path;
+    bool ok = false;
+    std::string error;  // why opening failed
+    std::string format_name;  // "matroska,webm"
+    int64_t duration_us = kAvNoTime;
+    std::vector<AvStream> streams;
+    // Segment title as "title", then the global tags under their own names
+    // ("ARTIST", ...); libavformat's keys are case-blind, so a TITLE tag
+    // replaces the segment title.
+    std::map<std::string, std::string> metadata;
+
+    // Every packet in file order. Reads the file afresh on each call.
+    std::vector<AvPacket> readAll() const;
+    // Presentation times of the key frames of one stream, in file order.
+    std::vector<int64_t> keyFrameTimesUs(int stream) const;
+    // Where libavformat lands when seeking `stream` back to the key frame
+    // at or before `time_us`: the first packet of that stream it then
+    // returns. stream == -1 in the result when the seek failed.
+    AvPacket seekFirst(int stream, int64_t time_us) const;
+    // The streams' codec names in index order, joined with '+': "h264+aac".
+    std::string codecSummary() const;
+};
+
+// Opens and probes `path`. On failure the result has ok == false and error
+// set, and a non-fatal test failure is recorded.
+AvFile avOpen(const std::string &path);
+
+}  // namespace qmkv_test
+
+#endif  // QMKV_TEST_AV_ORACLE_H_

@@ -1,0 +1,42 @@
+// Access to the real-media corpus that tests/corpus/make_corpus.sh builds
+// (the CTest fixture "corpus" runs it and sets QMKV_CORPUS_DIR).
+//
+// A test that needs the corpus starts with QMKV_REQUIRE_CORPUS(): it is
+// skipped when QMKV_CORPUS_DIR is unset (the binary was run by hand), but a
+// file missing from a configured corpus is a failure, never a skip.
+#ifndef QMKV_TEST_CORPUS_H_
+#define QMKV_TEST_CORPUS_H_
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace qmkv_test {
+
+// The corpus directory from QMKV_CORPUS_DIR, or "" when it is unset.
+std::string corpusDir();
+
+// The path of corpus file `name`; records a test failure when it is missing.
+std::string corpusFile(const std::string &name);
+
+struct CorpusEntry {
+    std::string name;
+    std::string description;
+};
+
+// The entries of manifest.txt in its order; records a test failure when the
+// manifest cannot be read or is empty.
+std::vector<CorpusEntry> corpusFiles();
+
+}  // namespace qmkv_test
+
+// Skips the current test when no corpus is configured. A macro because
+// GTEST_SKIP has to return from the test body itself.
+#define QMKV_REQUIRE_CORPUS()                                                  \
+    do {                                                                       \
+        if (::qmkv_test::corpusDir().empty())                                  \
+            GTEST_SKIP() << "QMKV_CORPUS_DIR is not set (run through ctest)";  \
+    } while (0)
+
+#endif  // QMKV_TEST_CORPUS_H_

@@ -1,0 +1,40 @@
+#include "tests/support/file_core.h"
+
+#include "demux/qmkvds.h"
+
+namespace qmkv_test {
+
+FileCore::FileCore(const std::string &path, uint32_t openParams) : source(path.c_str()), helper(source.wrap()) {
+    qcmn_mfal_init(&mfal, &helper);
+    inst = qmkvd_create(&mfal, &openParams, &format, &error);
+}
+
+FileCore::~FileCore() {
+    qmkvd_delete(inst);
+    qcmn_mfal_deinit(&mfal);
+}
+
+std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last) {
+    std::vector<CoreFrame> frames;
+    int32_t r = -3;
+    qmkvds *s = qmkvds_open(inst, index, &r);
+    if (s != nullptr) {
+        std::vector<uint8_t> buf;
+        for (;;) {
+            CoreFrame f;
+            uint32_t size = 0;
+            r = qmkvds_get_frm(s, nullptr, 0, &size, &f.pts, &f.end, &f.key);
+            if (r != 0) break;
+            buf.resize(size + 1);
+            r = qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &f.pts, &f.end, &f.key);
+            if (r != 0) break;
+            f.data.assign(buf.begin(), buf.begin() + size);
+            frames.push_back(std::move(f));
+        }
+        qmkvds_close(s);
+    }
+    if (last != nullptr) *last = r;
+    return frames;
+}
+
+}  // namespace qmkv_test

@@ -1,0 +1,44 @@
+// The core opened over a real file, as the plug-in opens it.
+#ifndef QMKV_TEST_FILE_CORE_H_
+#define QMKV_TEST_FILE_CORE_H_
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include <media/MediaExtractorPluginHelper.h>
+#include <media/stagefright/FileSource.h>
+
+#include "demux/qmkvd.h"
+#include "extractor/mfal/qcmn_mfal_android_q.h"
+
+namespace qmkv_test {
+
+struct FileCore {
+    explicit FileCore(const std::string &path, uint32_t openParams = QMKVD_OPEN_NO_DTS);
+    ~FileCore();
+    FileCore(const FileCore &) = delete;
+    FileCore &operator=(const FileCore &) = delete;
+
+    android::FileSource source;
+    android::DataSourceHelper helper;
+    QCMN_MFAL mfal;
+    qmkvd_format format;
+    int32_t error = 1;
+    qmkvd *inst = nullptr;
+};
+
+struct CoreFrame {
+    int64_t pts = 0, end = 0;  // 100 ns
+    uint32_t key = 0;
+    std::vector<uint8_t> data;
+};
+
+// Every frame of track `index` (size query, then read); `last` gets the
+// code that ended the stream.
+std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last = nullptr);
+
+}  // namespace qmkv_test
+
+#endif  // QMKV_TEST_FILE_CORE_H_

@@ -1,0 +1,231 @@
+// TrackEntry parsing through a whole crafted file: values, quirks, drops.
+#include <gtest/gtest.h>
+
+#include <string.h>
+
+#include "tests/support/log_capture.h"
+#include "tests/support/mkv_builder.h"
+
+using namespace qmkv_test;
+
+namespace {
+
+// Opens a file whose only track is `entry` (plus a plain video track so a
+// dropped entry still leaves a file that opens).
+struct OneTrack {
+    explicit OneTrack(const Bytes &entry)
+        : core(file({segmentInfo(), tracks({entry, trackEntry(99, 1, "V_VP8")}), cluster()})) {}
+    // The tested track, or null when it was dropped.
+    const qmkvd_track *track() const {
+        if (core.inst == nullptr || core.format.track_count < 2) return nullptr;
+        return &core.inst->streams[0].track;
+    }
+    CoreFile core;
+};
+
+TEST(TrackEntry, DefaultsWhenAbsent) {
+    OneTrack f(el(mkv::TrackEntry, {uint_el(mkv::TrackNumber, 3), uint_el(mkv::TrackType, 2), str_el(mkv::CodecID, "A_AAC")}));
+    const qmkvd_track *t = f.track();
+    ASSERT_NE(nullptr, t);
+    EXPECT_STREQ("eng", t->language);
+    EXPECT_EQ(0, t->flag_default);
+    EXPECT_EQ(0, t->flag_enabled);
+    EXPECT_EQ(nullptr, t->codec_private);
+    EXPECT_EQ(nullptr, t->video.colour);
+}
+
+TEST(TrackEntry, ReadsItsValues) {
+    OneTrack f(trackEntry(5, 1, "V_MPEG4/ISO/AVC",
+                          {str_el(mkv::Language, "ger"), str_el(mkv::Name, "Main"), uint_el(mkv::FlagDefault, 1),
+                           uint_el(mkv::DefaultDuration, 41708333), uint_el(mkv::TrackUID, 0x1122334455667788ull),
+                           bin_el(mkv::CodecPrivate, Bytes{1, 2, 3}), uint_el(0x56AA, 0x100000005ull),
+                           el(mkv::Video, {uint_el(mkv::PixelWidth, 1920), uint_el(mkv::PixelHeight, 1080),
+                                           uint_el(0x54B0, 1440), uint_el(0x54AA, 8)})}));
+    const qmkvd_track *t = f.track();
+    ASSERT_NE(nullptr, t);
+    EXPECT_EQ(5u, t->track_number);
+    EXPECT_STREQ("ger", t->language);
+    EXPECT_STREQ("Main", t->name);
+    EXPECT_EQ(1, t->flag_default);
+    EXPECT_EQ(41708333u, t->default_duration);
+    EXPECT_EQ(417083, f.core.inst->streams[0].default_duration_100ns);
+    EXPECT_EQ(0x55667788u, t->track_uid) << "only the low 32 bits";
+    EXPECT_EQ(5u, t->codec_delay) << "kept modulo 2^32";
+    ASSERT_EQ(3u, t->codec_private_size);
+    EXPECT_EQ(3, t->codec_private[2]);
+    EXPECT_EQ(1920u, t->video.pixel_width);
+    EXPECT_EQ(1080u, t->video.pixel_height);
+    EXPECT_EQ(1440u, t->video.display_width);
+    EXPECT_EQ(8u, t->video.pixel_crop_bottom);
+}
+
+struct DropCase {
+    const char *name;
+    Bytes extra;
+    bool kept;
+    const char *log;
+};
+
+void PrintTo(const DropCase &c, std::ostream *os) { *os << c.name; }
+
+class TrackDrop : public ::testing::TestWithParam<DropCase> {};
+
+Bytes encoding(std::initializer_list<Bytes> children) {
+    return el(mkv::ContentEncodings, {el(mkv::ContentEncoding, children)});
+}
+
+TEST_P(TrackDrop, KeepsOrDropsTheEntry) {
+    const DropCase &c = GetParam();
+    LogCapture log;
+    Bytes entry = cat({uint_el(mkv::TrackNumber, 3), uint_el(mkv::TrackType, 2), str_el(mkv::CodecID, "A_VORBIS"), c.extra});
+    OneTrack f(el(mkv::TrackEntry, entry));
+    ASSERT_NE(nullptr, f.core.inst) << "the other track keeps the file open";
+    EXPECT_EQ(c.kept, f.track() != nullptr);
+    if (c.log != nullptr) {
+        EXPECT_TRUE(log.contains(c.log)) << c.log;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Entries, TrackDrop,
+    ::testing::Values(
+        DropCase{"zlib", encoding({el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 0)})}), false,
+                 "parse_contentencoding : 0 algorism is not supported"},
+        DropCase{"bzlib", encoding({el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 1)})}), false,
+                 "parse_contentencoding : 1 algorism is not supported"},
+        DropCase{"compression_without_algo", encoding({el(mkv::ContentCompression, {bin_el(mkv::ContentCompSettings, Bytes{1})})}),
+                 false, "parse_contentencoding : 0 algorism is not supported"},
+        DropCase{"encrypted", encoding({el(mkv::ContentEncryption, Bytes{0x47, 0xE1, 0x81, 5})}), false,
+                 "parse_contentencoding : encryption type is not supported"},
+        DropCase{"header_stripping", encoding({el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 3),
+                                                                           bin_el(mkv::ContentCompSettings, Bytes{0xFF, 0xFB})})}),
+                 true, nullptr},
+        DropCase{"codec_id_255", str_el(mkv::Name, std::string(255, 'n')), true, nullptr},
+        DropCase{"name_256", str_el(mkv::Name, std::string(256, 'n')), false, nullptr},
+        DropCase{"number_9_bytes", el(mkv::Audio, {el(mkv::Channels, Bytes(9, 1))}), false, nullptr},
+        DropCase{"codec_private_past_file", el_header(mkv::CodecPrivate, 1u << 20), false, nullptr},
+        DropCase{"audio_child_over_2g", el(mkv::Audio, el_header(0x2F00AA, 0x80000000ull, 8)), false, nullptr}),
+    [](const ::testing::TestParamInfo<DropCase> &p) { return std::string(p.param.name); });
+
+TEST(TrackEntry, HeaderStrippingKeepsItsPrefix) {
+    OneTrack f(trackEntry(3, 2, "A_MPEG/L3",
+                          {encoding({uint_el(mkv::ContentEncodingOrder, 0),
+                                     el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 3),
+                                                                  bin_el(mkv::ContentCompSettings, Bytes{0xFF, 0xFB})})}),
+                           encoding({el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 0)})})}));
+    ASSERT_NE(nullptr, f.track());
+    const qmkvds &s = f.core.inst->streams[0];
+    EXPECT_EQ(3u, s.comp_algo);
+    ASSERT_EQ(2u, s.comp_settings_size);
+    EXPECT_EQ(0xFF, s.comp_settings[0]);
+    EXPECT_EQ(0xFB, s.comp_settings[1]);
+    EXPECT_EQ(2u, s.track.content_encodings.encoding_count) << "the second element's zlib encoding is counted, not read";
+}
+
+TEST(TrackEntry, OnlyTheFirstEncodingIsReadButAllAreCounted) {
+    OneTrack f(trackEntry(3, 2, "A_MPEG/L3",
+                          {el(mkv::ContentEncodings,
+                              {el(mkv::ContentEncoding, {el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 3)})}),
+                               el(mkv::ContentEncoding, {el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 0)})})})}));
+    ASSERT_NE(nullptr, f.track()) << "the zlib encoding after the first is not read";
+    EXPECT_EQ(2u, f.track()->content_encodings.encoding_count);
+}
+
+TEST(TrackEntry, TrackTypeIsItsFirstByteAndStepsOneByte) {
+    // A two-byte TrackType 01 83 reads as type 1; the walk then reads 83 81 02
+    // as a TrackType child of size 1 holding 2: the last one wins.
+    Bytes entry = cat({uint_el(mkv::TrackNumber, 3), str_el(mkv::CodecID, "A_AAC"), Bytes{0x83, 0x82, 0x01, 0x83, 0x81, 0x02}});
+    OneTrack f(el(mkv::TrackEntry, entry));
+    ASSERT_NE(nullptr, f.track());
+    EXPECT_EQ(2, f.track()->track_type);
+}
+
+TEST(TrackEntry, TrackTimecodeScaleIsAFloat) {
+    struct { float value; uint32_t expected; } cases[] = {{1.0f, 1}, {2.75f, 2}, {0.5f, 0}, {-3.0f, 0}};
+    for (const auto &c : cases) {
+        OneTrack f(trackEntry(3, 2, "A_AAC", {f32_el(mkv::TrackTimecodeScale, c.value)}));
+        ASSERT_NE(nullptr, f.track());
+        EXPECT_EQ(c.expected, f.track()->track_timecode_scale) << c.value;
+    }
+}
+
+TEST(TrackEntry, AudioFrequencies) {
+    {
+        OneTrack f(trackEntry(3, 2, "A_AAC", {el(mkv::Audio, {f32_el(mkv::SamplingFrequency, 44100.0f),
+                                                              uint_el(mkv::Channels, 2), uint_el(mkv::BitDepth, 16)})}));
+        ASSERT_NE(nullptr, f.track());
+        EXPECT_EQ(44100u, f.track()->audio.sampling_frequency);
+        EXPECT_EQ(44100u, f.track()->audio.output_sampling_frequency);
+        EXPECT_EQ(2u, f.track()->audio.channels);
+        EXPECT_EQ(16u, f.track()->audio.bit_depth);
+    }
+    {
+        OneTrack f(trackEntry(3, 2, "A_AAC", {el(mkv::Audio, {f64_el(mkv::SamplingFrequency, 48000.9),
+                                                              f32_el(mkv::OutputSamplingFrequency, 96000.0f)})}));
+        ASSERT_NE(nullptr, f.track());
+        EXPECT_EQ(48000u, f.track()->audio.sampling_frequency);
+        EXPECT_EQ(96000u, f.track()->audio.output_sampling_frequency);
+    }
+}
+
+TEST(TrackEntry, ColourAndMastering) {
+    Bytes colour = el(mkv::Colour, {uint_el(mkv::MatrixCoefficients, 9), uint_el(mkv::Range, 0x100000002ull),
+                                    uint_el(mkv::MaxCLL, 1000),
+                                    el(mkv::Mastering, {f32_el(mkv::PrimaryRX, 0.68f), f32_el(mkv::PrimaryRY, 1.5f),
+                                                        f32_el(mkv::LuminanceMax, 1000.0f), f32_el(mkv::LuminanceMin, 0.005f)})});
+    OneTrack f(trackEntry(3, 1, "V_VP9", {el(mkv::Video, {uint_el(mkv::PixelWidth, 64), colour})}));
+    ASSERT_NE(nullptr, f.track());
+    const qmkvd_colour *c = f.track()->video.colour;
+    ASSERT_NE(nullptr, c);
+    EXPECT_EQ(9u, c->matrix_coefficients);
+    EXPECT_EQ(2u, c->range) << "kept modulo 2^32";
+    EXPECT_EQ(1000u, c->max_cll);
+    EXPECT_EQ(QMKVD_COLOUR_ABSENT, c->primaries);
+    EXPECT_EQ(QMKVD_COLOUR_ABSENT, c->transfer_characteristics);
+    ASSERT_NE(nullptr, c->mastering);
+    ASSERT_NE(nullptr, c->mastering->primary_r);
+    EXPECT_FLOAT_EQ(0.68f, c->mastering->primary_r->x);
+    EXPECT_FLOAT_EQ(0.0f, c->mastering->primary_r->y) << "1.5 is out of range";
+    EXPECT_EQ(nullptr, c->mastering->primary_g);
+    float lum;
+    memcpy(&lum, &c->mastering->luminance_max, 4);
+    EXPECT_FLOAT_EQ(1000.0f, lum);
+    memcpy(&lum, &c->mastering->luminance_min, 4);
+    EXPECT_FLOAT_EQ(0.005f, lum);
+}
+
+TEST(TrackEntry, LuminanceLimits) {
+    struct { float max, min; bool max_kept, min_kept; } cases[] = {
+        {1000.0f, 0.5f, true, true}, {10000.0f, 1000.0f, false, false}, {9999.99f, 999.9999f, true, true},
+        {-1.0f, -0.1f, false, false}};
+    for (const auto &c : cases) {
+        Bytes colour = el(mkv::Colour, {el(mkv::Mastering, {f32_el(mkv::LuminanceMax, c.max), f32_el(mkv::LuminanceMin, c.min)})});
+        OneTrack f(trackEntry(3, 1, "V_VP9", {el(mkv::Video, {colour})}));
+        ASSERT_NE(nullptr, f.track());
+        const qmkvd_mastering *m = f.track()->video.colour->mastering;
+        EXPECT_EQ(c.max_kept, m->luminance_max != 0) << c.max;
+        EXPECT_EQ(c.min_kept, m->luminance_min != 0) << c.min;
+    }
+}
+
+TEST(TrackEntry, OversizedVideoChildEndsTheVideoWalkOnly) {
+    // PixelHeight claims more than is left of Video: the Video walk ends there,
+    // keeping what it had, and the entry goes on after Video.
+    Bytes video = el(mkv::Video, cat({uint_el(mkv::PixelWidth, 64), el_header(mkv::PixelHeight, 40), Bytes{1}}));
+    OneTrack f(trackEntry(3, 1, "V_VP9", {video, str_el(mkv::Language, "fre")}));
+    ASSERT_NE(nullptr, f.track());
+    EXPECT_EQ(64u, f.track()->video.pixel_width);
+    EXPECT_EQ(0u, f.track()->video.pixel_height);
+    EXPECT_STREQ("fre", f.track()->language);
+}
+
+TEST(TrackEntry, RepeatedColourAndCodecPrivateDoNotLeak) {
+    Bytes colour = el(mkv::Colour, {el(mkv::Mastering, {f32_el(mkv::PrimaryRX, 0.5f)})});
+    OneTrack f(trackEntry(3, 1, "V_VP9", {bin_el(mkv::CodecPrivate, Bytes{1}), bin_el(mkv::CodecPrivate, Bytes{2, 3}),
+                                          el(mkv::Video, {colour, colour})}));
+    ASSERT_NE(nullptr, f.track());
+    EXPECT_EQ(2u, f.track()->codec_private_size);
+    EXPECT_NE(nullptr, f.track()->video.colour->mastering->primary_r);
+}
+
+}  // namespace

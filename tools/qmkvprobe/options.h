@@ -1,0 +1,29 @@
+// Command line of qmkvprobe.
+#ifndef QMKVPROBE_OPTIONS_H_
+#define QMKVPROBE_OPTIONS_H_
+
+#include <stdint.h>
+
+#include <string>
+
+namespace qmkvprobe {
+
+struct Options {
+    bool core = false;
+    bool json = false;
+    bool packets = false;
+    bool count = false;
+    bool seek = false;
+    int64_t seekUs = 0;
+    std::string seekMode = "prev";
+    int64_t seekCount = -1;
+    std::string plugin;
+    std::string file;
+};
+
+// Parses argv into `opts`; on bad usage returns false with `error` set.
+bool parseOptions(int argc, char **argv, Options *opts, std::string *error);
+
+}  // namespace qmkvprobe
+
+#endif  // QMKVPROBE_OPTIONS_H_
