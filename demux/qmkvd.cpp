@@ -17,18 +17,6 @@ const char kTag[] = "qmkvd";
 // Nanoseconds in a 365-day year: DateUTC counts from 2001-01-01.
 const int64_t kNanosPerYear = 31536000000000000LL;
 
-// Audio codecs whose blocks are delivered whole rather than frame by frame.
-bool support_lacing(uint32_t codec_type) {
-    switch (codec_type) {
-        case 1: case 3: case 0x50: case 0x55: case 0x2000: case 0xF1AC:
-        case QMKVD_FOURCC('e', 'c', '-', '3'):
-        case QMKVD_FOURCC('l', 'p', 'c', 'm'):
-            return true;
-        default:
-            return false;
-    }
-}
-
 // The codec ID is compared over its own length only, so a shorter ID that
 // is a prefix of `name` matches too.
 bool codec_id_matches(const char *codec_id, const char *name) {
@@ -77,7 +65,7 @@ void setup_streams(qmkvd *inst, uint32_t open_flags, qmkvd_format *format) {
         }
         format->track_type[i] = s->stream_type;
         qmkvd_media_info(inst, s, format, i);
-        if (s->stream_type == QMKVD_TRACK_AUDIO && !support_lacing(s->codec_type)) s->get_frm = qmkvds_get_frm_onebyone;
+        if (s->stream_type == QMKVD_TRACK_AUDIO && !qmkvd_support_lacing(s->codec_type)) s->get_frm = qmkvds_get_frm_onebyone;
     }
 }
 
@@ -140,6 +128,17 @@ void collect_metadata(qmkvd *inst) {
 }
 
 }  // namespace
+
+bool qmkvd_support_lacing(uint32_t codec_type) {
+    switch (codec_type) {
+        case 1: case 3: case 0x50: case 0x55: case 0x2000: case 0xF1AC:
+        case QMKVD_FOURCC('e', 'c', '-', '3'):
+        case QMKVD_FOURCC('l', 'p', 'c', 'm'):
+            return true;
+        default:
+            return false;
+    }
+}
 
 qmkvd *qmkvd_create(QCMN_MFAL *mfal, const uint32_t *open_params, qmkvd_format *format, int32_t *error_out) {
     int32_t unused_error;

@@ -29,4 +29,8 @@ QCMN_API struct qmkvd *qmkvd_create(QCMN_MFAL *mfal, const uint32_t *open_params
 QCMN_API int32_t qmkvd_header_parse(struct qmkvd *inst);
 QCMN_API void qmkvd_delete(struct qmkvd *handle);
 
+// Audio codecs whose blocks are delivered whole (several frames per buffer)
+// rather than one laced frame at a time.
+bool qmkvd_support_lacing(uint32_t codec_type);
+
 #endif  // QMKVD_H_

@@ -169,6 +169,9 @@ int32_t get_blockgroup(qmkvds *s, qmkvd_block_info *block) {
         block->data_size = 0;
         if (parse_cluster_blockgroup(mfal, fp, block, &s->cluster, 1) != 0) {
             if (find_next_cluster(s) != 0) return 1;
+            // The block a seek aimed at belongs to the Cluster just left; a
+            // cue that named no block exactly must not swallow the stream.
+            s->skip_to_time = 0;
             block->track_number = UINT32_MAX;
             continue;
         }

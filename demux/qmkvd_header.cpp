@@ -157,6 +157,7 @@ int32_t qmkvd_header_parse(qmkvd *inst) {
     const qmkvd_io io = {&inst->mfal, fp};
     inst->mfal.getsize(fp, &inst->file_size);
     const int32_t r = parse_headers(inst, &io);
+    inst->cue_base = inst->seekhead.start;
     inst->mfal.close(fp);
     return r;
 }

@@ -292,6 +292,15 @@ typedef struct qmkvd_block_info {
 
 #define QMKVD_MAX_LACES 256
 
+// One Cluster of the file, for seeking without cues.
+typedef struct qmkvd_cluster_node {
+    struct qmkvd_cluster_node *prev;
+    struct qmkvd_cluster_node *next;
+    int64_t position;  // data position
+    int64_t time;      // ns: Cluster Timecode + its first block's relative timecode
+    uint32_t size;
+} qmkvd_cluster_node;
+
 struct qmkvd;
 struct qmkvds;
 
@@ -336,8 +345,14 @@ typedef struct qmkvds {
     int64_t payload_pos;    // file position of its first frame
     uint32_t nal_length_size;
     uint32_t dts_counter;
+    uint8_t ended;  // a seek past the last cue: end of stream until the next seek
     qmkvds_get_time_fn get_time;
     qmkvds_get_frm_fn get_frm;
+    // Seek state, built on first need and kept until close.
+    qmkvd_cue_list stream_cues;  // this track's own cues
+    uint32_t cues_loaded;
+    uint32_t use_instance_cues;  // the track has no cues of its own
+    qmkvd_cluster_node *cluster_list;
 } qmkvds;
 
 // One open file.
@@ -392,6 +407,10 @@ typedef struct qmkvd {
     uint8_t has_metadata;
 
     int64_t file_size;  // 0 when the source cannot tell
+    // Cue cluster positions count from here: the first SeekHead's start,
+    // corrected on the first seek when the cues show otherwise.
+    int64_t cue_base;
+    int32_t last_cue_index;  // the cue the last cue seek of any stream used
 } qmkvd;
 
 #endif  // QMKVD_TYPES_H_

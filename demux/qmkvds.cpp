@@ -1,6 +1,7 @@
 // Stream handles: open, close, the frame dispatcher and the time functions.
 #include "demux/qmkvds.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include <android/log.h>
@@ -42,6 +43,7 @@ void reset_reading_state(qmkvds *s) {
     s->peeked_size = 0;
     s->peeked = 0;
     s->other_track = 0;
+    s->ended = 0;
     s->prev_lace_count = 0;
     s->payload_size = 0;
     s->last_block_time = -1;
@@ -101,6 +103,16 @@ void qmkvds_close(qmkvds *s) {
     }
     s->mfal->close(s->file);
     s->file = nullptr;
+    free(s->stream_cues.entries);
+    memset(&s->stream_cues, 0, sizeof(s->stream_cues));
+    s->cues_loaded = 0;
+    s->use_instance_cues = 0;
+    for (qmkvd_cluster_node *node = s->cluster_list; node != nullptr;) {
+        qmkvd_cluster_node *next = node->next;
+        free(node);
+        node = next;
+    }
+    s->cluster_list = nullptr;
     s->opened = 0;
 }
 
@@ -109,6 +121,7 @@ int32_t qmkvds_get_frm(qmkvds *s, uint8_t *buf, uint32_t buf_size, uint32_t *siz
     const int32_t r = check_open(s);
     if (r != 0) return r;
     if (size == nullptr) return QMKVD_ERR_ARGUMENT;
+    if (s->ended) return QMKVD_END_OF_STREAM;
     return s->get_frm(s, buf, buf_size, size, pts, end, key);
 }
 

@@ -27,4 +27,41 @@ QCMN_API int32_t qmkvds_get_frm_onebyone(qmkvds *stream, uint8_t *buf, uint32_t 
 QCMN_API int64_t get_time_pts(qmkvds *stream, uint64_t cluster_timecode, int16_t relative_timecode);
 QCMN_API int64_t get_time_dts(qmkvds *stream, uint64_t cluster_timecode, int16_t relative_timecode);
 
+// Seek modes: the sync point at or before the time, at or after it, one cue
+// before the cue the last seek used, the nearest.
+enum {
+    QMKVDS_SEEK_PREVIOUS = 0,
+    QMKVDS_SEEK_NEXT = 1,
+    QMKVDS_SEEK_PREVIOUS_CUE = 2,
+    QMKVDS_SEEK_CLOSEST = 3,
+};
+
+// Positions the stream so that the next frame read is the chosen point;
+// *result_time (100 ns) gets its time. 0, 1 (nothing at or after the time),
+// -1 read failure, -2 not open or no key frame in reach, -3 impossible
+// (mode, cues, cluster), -7 bad handle.
+QCMN_API int32_t qmkvds_seek(qmkvds *stream, const uint64_t *time, int64_t *result_time, int32_t mode);
+// Without cues: to the first frame of the track at or after the time that
+// is a key frame (any frame for non-video tracks).
+QCMN_API int32_t qmkvds_seek_crawl(qmkvds *stream, const uint64_t *time, int64_t *result_time, int32_t mode);
+// Builds the stream's list of Clusters with their start times.
+QCMN_API int32_t qmkvds_make_cluster_list(qmkvds *stream);
+// The last Cluster starting at or before `time_ns` (the first when all start
+// later), or null for an empty list.
+QCMN_API qmkvd_cluster_node *qmkvds_find_cluster_list(qmkvd_cluster_node *head, int64_t time_ns);
+
+// Key-frame times (cue times of a video track) as 16-byte entries: a size
+// query with a null table, then the table. 0, -2, -3 (no cues for this
+// track / not video), -7, -8 (capacity too small).
+typedef struct qmkvd_idx_entry {
+    uint32_t flags;
+    uint32_t reserved;
+    int64_t time;  // 100 ns
+} qmkvd_idx_entry;
+
+QCMN_API int32_t qmkvd_get_idx_table(struct qmkvd *handle, int32_t index, qmkvd_idx_entry *table, uint32_t capacity,
+                                     uint32_t *size, uint32_t *count);
+QCMN_API int32_t qmkvds_get_idx_table(qmkvds *stream, qmkvd_idx_entry *table, uint32_t capacity, uint32_t *size,
+                                      uint32_t *count);
+
 #endif  // QMKVDS_H_

@@ -16,4 +16,4 @@ run_suite() {
 
 run_suite build
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  run_suite build-asan -DQMKV_SANITIZE=ON
+  run_suite build-asan -DQMKV_SANITIZE=ON -DQMKV_CORPUS_DIR="$PWD/build/corpus"

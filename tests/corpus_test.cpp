@@ -151,6 +151,7 @@ struct BlockInfo {
     uint64_t track;
     int lacing;  // 0 none, 1 Xiph, 2 fixed, 3 EBML
     bool in_group;
+    size_t frames;
 };
 
 std::vector<BlockInfo> blocksOf(const FileBytes &b, const Layout &l) {
@@ -158,7 +159,9 @@ std::vector<BlockInfo> blocksOf(const FileBytes &b, const Layout &l) {
     auto add = [&](const Element &blk, bool group) {
         uint64_t track;
         const int n = readVint(b, blk.data, false, &track);
-        if (n && blk.data + n + 2 < blk.end) out.push_back({track, (b[blk.data + n + 2] >> 1) & 3, group});
+        if (!n || blk.data + n + 3 >= blk.end) return;
+        const int lacing = (b[blk.data + n + 2] >> 1) & 3;
+        out.push_back({track, lacing, group, lacing ? size_t(b[blk.data + n + 3]) + 1 : 1});
     };
     for (const Element &c : l.top) {
         if (c.id != kCluster) continue;
@@ -411,9 +414,20 @@ TEST(Corpus, MkvmergeLacesAudio) {
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const FileBytes b = readBytes(corpusFile(c.name));
-        std::set<int> used = lacings(blocksOf(b, layoutOf(b)), c.track);
+        const std::vector<BlockInfo> blocks = blocksOf(b, layoutOf(b));
+        std::set<int> used = lacings(blocks, c.track);
         used.erase(0);
         EXPECT_FALSE(used.empty()) << "track " << c.track << " is not laced";
+        // The oracle splits laces: one packet per frame (tracks are numbered
+        // from 1 in stream order in these files).
+        size_t frames = 0;
+        for (const BlockInfo &bi : blocks)
+            if (bi.track == c.track) frames += bi.frames;
+        const AvFile f = avOpen(corpusFile(c.name));
+        const std::vector<AvPacket> packets = f.readAll();
+        EXPECT_EQ(frames, size_t(std::count_if(packets.begin(), packets.end(), [&](const AvPacket &p) {
+                      return p.stream == int(c.track) - 1;
+                  })));
         if (c.must > 0) {
             EXPECT_EQ(std::set<int>{c.must}, used);
         }

@@ -7,26 +7,63 @@
 
 namespace qmkvprobe {
 
-int32_t readCoreTrack(qmkvd *inst, int index, const std::function<void(const CoreFrame &)> &onFrame) {
+namespace {
+
+// Size first, then the frame into a buffer that fits it.
+int32_t readFrame(qmkvds *s, std::vector<uint8_t> &buf, CoreFrame *f) {
+    uint32_t size = 0;
+    int32_t r = qmkvds_get_frm(s, nullptr, 0, &size, &f->pts, &f->end, &f->key);
+    if (r != 0) return r;
+    if (size + 1 > buf.size()) buf.resize(size + 1);
+    r = qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &f->pts, &f->end, &f->key);
+    f->data = buf.data();
+    f->size = size;
+    return r;
+}
+
+}  // namespace
+
+int32_t readCoreTrack(qmkvd *inst, int index, const CoreSeek &seek,
+                      const std::function<void(const CoreFrame &)> &onFrame) {
     int32_t err = 0;
     qmkvds *s = qmkvds_open(inst, index, &err);
     if (s == nullptr) return err != 0 ? err : -3;
     std::vector<uint8_t> buf(64 * 1024);
-    int32_t r;
+    int32_t r = 0;
+    if (seek.enabled) {
+        int64_t found = 0;
+        r = qmkvds_seek(s, &seek.time, &found, seek.mode);
+        if (r != 0) {
+            qmkvds_close(s);
+            return r;
+        }
+    }
     for (;;) {
-        uint32_t size = 0;
-        int64_t pts = 0, end = 0;
-        uint32_t key = 0;
-        // Size first, then the frame into a buffer that fits it.
-        r = qmkvds_get_frm(s, nullptr, 0, &size, &pts, &end, &key);
+        CoreFrame f{index, 0, 0, 0, nullptr, 0};
+        r = readFrame(s, buf, &f);
         if (r != 0) break;
-        if (size > buf.size()) buf.resize(size);
-        r = qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &pts, &end, &key);
-        if (r != 0) break;
-        onFrame(CoreFrame{index, pts, end, key, buf.data(), size});
+        onFrame(f);
     }
     qmkvds_close(s);
     return r;
+}
+
+int64_t seekAndReadCore(qmkvd *inst, int index, const std::vector<int64_t> &timesUs, int32_t mode) {
+    qmkvds *s = qmkvds_open(inst, index, nullptr);
+    if (s == nullptr) return 0;
+    std::vector<uint8_t> buf(64 * 1024);
+    int64_t done = 0;
+    for (int64_t us : timesUs) {
+        const uint64_t t = (uint64_t)us * 10;
+        int64_t found = 0;
+        if (qmkvds_seek(s, &t, &found, mode) == 0) {
+            CoreFrame f{index, 0, 0, 0, nullptr, 0};
+            readFrame(s, buf, &f);
+        }
+        done++;
+    }
+    qmkvds_close(s);
+    return done;
 }
 
 void queryAllInfo(qmkvd *inst, const qmkvd_format &format) {

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include <functional>
+#include <vector>
 
 #include "demux/qmkvd_types.h"
 
@@ -19,9 +20,21 @@ struct CoreFrame {
     uint32_t size;
 };
 
-// Reads track `index` to its end, calling `onFrame` per frame. Returns 1 at
-// the end of the stream, or the negative code that stopped it.
-int32_t readCoreTrack(qmkvd *inst, int index, const std::function<void(const CoreFrame &)> &onFrame);
+struct CoreSeek {
+    bool enabled = false;
+    uint64_t time = 0;  // 100 ns
+    int32_t mode = 0;
+};
+
+// Reads track `index` to its end (after the seek, when one is asked for),
+// calling `onFrame` per frame. Returns 1 at the end of the stream, or the
+// negative code that stopped it.
+int32_t readCoreTrack(qmkvd *inst, int index, const CoreSeek &seek,
+                      const std::function<void(const CoreFrame &)> &onFrame);
+
+// Seeks track `index` to each time of `times_us` in turn and reads one frame
+// after each. Returns the number of seeks done.
+int64_t seekAndReadCore(qmkvd *inst, int index, const std::vector<int64_t> &timesUs, int32_t mode);
 
 // Asks the core every per-track question the plug-in asks when it opens a
 // file: codec configuration (size, then bytes) and the parameter record.

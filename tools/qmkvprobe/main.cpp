@@ -13,6 +13,8 @@
 #include "core_reader.h"
 #include "core_view.h"
 #include "demux/qmkvd.h"
+#include "demux/qmkvds.h"
+#include "seek_targets.h"
 #include "extractor/mfal/qcmn_mfal_android_q.h"
 #include "options.h"
 
@@ -36,12 +38,23 @@ std::string crc32Hex(const uint8_t *data, uint32_t size) {
 
 // Reads every track to its end; prints each frame unless only counting.
 // Returns the exit status.
+// The core's seek mode for each of the framework's.
+int32_t coreSeekMode(const std::string &mode) {
+    if (mode == "next") return QMKVDS_SEEK_NEXT;
+    if (mode == "closest_sync") return QMKVDS_SEEK_CLOSEST;
+    return QMKVDS_SEEK_PREVIOUS;  // prev, and closest (no frame-exact seek)
+}
+
 int readAllCore(const qmkvprobe::Options &opts, qmkvd *inst, const qmkvd_format &format, double openSeconds) {
     uint64_t frames = 0, bytes = 0;
     int status = 0;
+    qmkvprobe::CoreSeek seek;
+    seek.enabled = opts.seek;
+    seek.time = (uint64_t)opts.seekUs * 10;
+    seek.mode = coreSeekMode(opts.seekMode);
     const double start = now();
     for (int t = 0; t < format.track_count; ++t) {
-        const int32_t r = qmkvprobe::readCoreTrack(inst, t, [&](const qmkvprobe::CoreFrame &f) {
+        const int32_t r = qmkvprobe::readCoreTrack(inst, t, seek, [&](const qmkvprobe::CoreFrame &f) {
             frames++;
             bytes += f.size;
             if (opts.count) return;
@@ -72,6 +85,16 @@ int readAllCore(const qmkvprobe::Options &opts, qmkvd *inst, const qmkvd_format 
     return status;
 }
 
+int seekCountCore(const qmkvprobe::Options &opts, qmkvd *inst, const qmkvd_format &format) {
+    const std::vector<int64_t> times = qmkvprobe::seekTargets(opts.seekCount, format.duration / 10);
+    const double start = now();
+    for (int t = 0; t < format.track_count; ++t)
+        qmkvprobe::seekAndReadCore(inst, t, times, coreSeekMode(opts.seek ? opts.seekMode : "prev"));
+    printf("{\"seeks\": %lld, \"tracks\": %d, \"seconds\": %.6f}\n", (long long)opts.seekCount,
+           format.track_count, now() - start);
+    return 0;
+}
+
 int runCore(const qmkvprobe::Options &opts, android::DataSourceHelper *source) {
     QCMN_MFAL mfal;
     if (qcmn_mfal_init(&mfal, source) != 0) {
@@ -93,8 +116,12 @@ int runCore(const qmkvprobe::Options &opts, android::DataSourceHelper *source) {
         return 1;
     }
     int status = 0;
-    if (!opts.count) qmkvprobe::printView(qmkvprobe::coreView(inst, format), opts.json);
-    if (opts.packets || opts.count) status = readAllCore(opts, inst, format, openSeconds);
+    if (opts.seekCount >= 0) {
+        status = seekCountCore(opts, inst, format);
+    } else {
+        if (!opts.count) qmkvprobe::printView(qmkvprobe::coreView(inst, format), opts.json);
+        if (opts.packets || opts.count) status = readAllCore(opts, inst, format, openSeconds);
+    }
     qmkvd_delete(inst);
     qcmn_mfal_deinit(&mfal);
     return status;
@@ -109,8 +136,8 @@ int main(int argc, char **argv) {
         fprintf(stderr, "qmkvprobe: %s\n%s", error.c_str(), kUsage);
         return 2;
     }
-    if (!opts.core || opts.seek || opts.seekCount >= 0 || !opts.plugin.empty()) {
-        fprintf(stderr, "qmkvprobe: only --core [--json] [--packets] [--count] is available so far\n");
+    if (!opts.core || !opts.plugin.empty()) {
+        fprintf(stderr, "qmkvprobe: only --core is available so far\n");
         return 2;
     }
     android::FileSource file(opts.file.c_str());

@@ -1,0 +1,115 @@
+// Entry point of the video configuration parsers and the table of codec
+// families that it shares with the device specification.
+#include <string.h>
+
+#include "qextractorcmn/qcmn_vcodec.h"
+#include "qextractorcmn/qextractorcmn.h"
+
+namespace qcmn {
+
+namespace {
+
+struct FamilyCode {
+    char code[5];  // upper-case spelling; matching ignores case
+    VFamily family;
+};
+
+// Every spelling the plug-in accepts, plus common aliases of the same codecs.
+const FamilyCode kCodes[] = {
+    {"AVC1", VFamily::kAvc},  {"AVCC", VFamily::kAvc},  {"H264", VFamily::kAvc},
+    {"X264", VFamily::kAvc},  {"M264", VFamily::kAvc},  {"DAVC", VFamily::kAvc},
+    {"HVC1", VFamily::kHevc}, {"HEV1", VFamily::kHevc}, {"HVCC", VFamily::kHevc},
+    {"H265", VFamily::kHevc}, {"X265", VFamily::kHevc}, {"HEVC", VFamily::kHevc},
+    {"MP4V", VFamily::kMpeg4}, {"FMP4", VFamily::kMpeg4}, {"XVID", VFamily::kMpeg4},
+    {"DIVX", VFamily::kMpeg4}, {"DX50", VFamily::kMpeg4}, {"M4S2", VFamily::kMpeg4},
+    {"H263", VFamily::kH263}, {"S263", VFamily::kH263}, {"D263", VFamily::kH263},
+    {"MPG2", VFamily::kMpeg2}, {"MPEG", VFamily::kMpeg2}, {"MP2V", VFamily::kMpeg2},
+    {"VP80", VFamily::kVp8},  {"VP90", VFamily::kVp9},  {"AV01", VFamily::kAv1},
+    {"AV1C", VFamily::kAv1},  {"MP43", VFamily::kMsMpeg4v3}, {"DIV3", VFamily::kMsMpeg4v3},
+};
+
+struct FamilyName {
+    const char *name;
+    VFamily family;
+};
+
+const FamilyName kNames[] = {
+    {"avc", VFamily::kAvc},     {"h264", VFamily::kAvc},   {"hevc", VFamily::kHevc},
+    {"h265", VFamily::kHevc},   {"mpeg4", VFamily::kMpeg4}, {"h263", VFamily::kH263},
+    {"mpeg2", VFamily::kMpeg2}, {"vp8", VFamily::kVp8},    {"vp9", VFamily::kVp9},
+    {"av1", VFamily::kAv1},     {"msmpeg4v3", VFamily::kMsMpeg4v3},
+};
+
+char upper(char c) { return (c >= 'a' && c <= 'z') ? (char)(c - 'a' + 'A') : c; }
+
+}  // namespace
+
+VFamily vfamily_of_fourcc(uint32_t fourcc) {
+    char s[4];
+    for (int i = 0; i < 4; ++i) s[i] = upper((char)((fourcc >> (8 * i)) & 0xFF));
+    for (const FamilyCode &c : kCodes) {
+        if (memcmp(c.code, s, 4) == 0) return c.family;
+    }
+    return VFamily::kUnknown;
+}
+
+VFamily vfamily_of_name(const char *name, size_t len) {
+    if (name == nullptr) return VFamily::kUnknown;
+    for (const FamilyName &f : kNames) {
+        if (strlen(f.name) != len) continue;
+        bool same = true;
+        for (size_t i = 0; i < len && same; ++i) same = upper(name[i]) == upper(f.name[i]);
+        if (same) return f.family;
+    }
+    if (len == 4) {
+        uint32_t code = 0;
+        for (int i = 3; i >= 0; --i) code = code << 8 | (uint8_t)name[i];
+        return vfamily_of_fourcc(code);
+    }
+    return VFamily::kUnknown;
+}
+
+const char *vfamily_name(VFamily f) {
+    for (const FamilyName &n : kNames) {
+        if (n.family == f) return n.name;
+    }
+    return "unknown";
+}
+
+size_t find_start_code(const uint8_t *d, size_t n, size_t from) {
+    for (size_t i = from; i + 3 <= n; ++i) {
+        if (d[i + 2] > 1) {
+            i += 2;  // none of the next two positions can start a code
+            continue;
+        }
+        if (d[i] == 0 && d[i + 1] == 0 && d[i + 2] == 1) return i;
+    }
+    return n;
+}
+
+}  // namespace qcmn
+
+using namespace qcmn;
+
+QCMN_API int32_t qvid_config_parser(const qvid_config_in *in, qvid_config_out *out) {
+    if (in == nullptr || out == nullptr) return QVID_CFG_ERR_ARG;
+    if (in->data == nullptr && in->size != 0) return QVID_CFG_ERR_ARG;
+    const VFamily family = vfamily_of_fourcc(in->fourcc);
+    const uint8_t *d = in->data;
+    const size_t n = in->size;
+    switch (family) {
+        case VFamily::kAvc: return parse_avc_config(d, n, out);
+        case VFamily::kHevc: return parse_hevc_config(d, n, out);
+        case VFamily::kMpeg4: return parse_mpeg4_config(d, n, out);
+        case VFamily::kH263: return parse_h263_config(d, n, out);
+        case VFamily::kMpeg2: return parse_mpeg2_config(d, n, out);
+        case VFamily::kVp8: return parse_vp8_config(d, n, out);
+        case VFamily::kVp9: return parse_vp9_config(d, n, out);
+        case VFamily::kAv1: return parse_av1_config(d, n, out);
+        case VFamily::kMsMpeg4v3:
+        case VFamily::kUnknown:
+            break;
+    }
+    // No parser: configured, dimensions unknown (the caller keeps its own).
+    return QVID_CFG_OK;
+}
