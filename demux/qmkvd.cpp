@@ -110,7 +110,7 @@ void collect_metadata(qmkvd *inst) {
     if (inst->found_info) {
         if (inst->info.title[0] != '\0') {
             inst->has_metadata = 1;
-            if (!set_item(&inst->meta[QMKVD_META_TITLE], inst->info.title)) return;
+            if (!set_item(&inst->meta.items[QMKVD_META_TITLE], inst->info.title)) return;
         }
         if (inst->info.date_utc != 0) {
             inst->release_year = (uint32_t)(2001 + inst->info.date_utc / kNanosPerYear);
@@ -122,8 +122,8 @@ void collect_metadata(qmkvd *inst) {
     for (uint32_t i = 0; i < inst->tags.simple_tag_count; ++i) {
         const qmkvd_simple_tag *t = &inst->tags.simple_tags[i];
         const int item = item_of_tag(t->tag_name);
-        if (item < 0 || t->tag_string[0] == '\0' || inst->meta[item].data != nullptr) continue;
-        if (!set_item(&inst->meta[item], t->tag_string)) return;
+        if (item < 0 || t->tag_string[0] == '\0' || inst->meta.items[item].data != nullptr) continue;
+        if (!set_item(&inst->meta.items[item], t->tag_string)) return;
     }
 }
 
@@ -183,8 +183,11 @@ qmkvd *qmkvd_create(QCMN_MFAL *mfal, const uint32_t *open_params, qmkvd_format *
     format->duration = duration_100ns(inst);
     format->seekable = 1;
 
+    inst->meta.year = inst->meta.track_number = inst->meta.track_total = -1;
+    inst->meta.disc_number = inst->meta.compilation = -1;
     collect_metadata(inst);
-    format->meta = inst->has_metadata ? inst->meta : nullptr;
+    if (inst->release_year != 0) inst->meta.year = (int32_t)inst->release_year;
+    format->meta = inst->has_metadata ? &inst->meta : nullptr;
     if (inst->found_cluster) {
         format->index_entries[format->index_count++] = qmkvd_index_entry{
             QMKVD_INDEX_FIRST_CLUSTER, (uint64_t)inst->first_cluster_pos, inst->first_cluster_size};
@@ -201,7 +204,7 @@ void qmkvd_delete(qmkvd *handle) {
     if (handle == nullptr || handle->magic != QMKVD_MAGIC) return;
     free(handle->cues.cue_points);
     free(handle->tags.simple_tags);
-    for (qmkvd_metadata_item &item : handle->meta) free(item.data);
+    for (qmkvd_metadata_item &item : handle->meta.items) free(item.data);
     // Scratch records own the buffers of kept tracks (the slots hold copies).
     for (uint32_t i = 0; i < handle->track_scratch_count; ++i) qmkvd_track_free(&handle->track_scratch[i]);
     for (int32_t i = 0; i < handle->stream_count; ++i)

@@ -61,12 +61,14 @@ int32_t handle_segment_child(qmkvd *inst, const qmkvd_io *io, const qmkvd_child 
             inst->found_tracks = 1;
             return 0;
         case QMKVD_ID_CUES:
-            if (inst->found_cues) return 0;
+            if (inst->found_cues || inst->cues.cues_start != 0) return 0;
             inst->cues.cues_start = c->start;
             inst->cues.cues_pos = c->pos;
             inst->cues.cues_size = (uint32_t)c->size;
             if (parse_cues_ctx_fast(inst, mfal, fp, &inst->cues) != 0) return -1;
-            inst->found_cues = 1;
+            // Cues whose every point names an audio track index nothing: the
+            // file seeks as one without cues (by crawling), not back to 0.
+            if (inst->cues.cue_count > 0) inst->found_cues = 1;
             return 0;
         case QMKVD_ID_ATTACHMENTS:
             if (inst->found_attachments) return 0;

@@ -229,11 +229,24 @@ typedef struct qmkvd_metadata_item {
     uint8_t *data;  // `length` bytes, not NUL-terminated
 } qmkvd_metadata_item;
 
+// The file's descriptive metadata: text items, then numbers (-1 when the
+// file does not give them).
+typedef struct qmkvd_metadata {
+    qmkvd_metadata_item items[QMKVD_METADATA_ITEMS];
+    int32_t year;
+    int32_t track_number;
+    int32_t track_total;
+    int32_t disc_number;
+    int32_t compilation;
+} qmkvd_metadata;
+
 enum {
     QMKVD_META_TITLE = 0,
     QMKVD_META_ARTIST = 1,
     QMKVD_META_ALBUM = 2,
     QMKVD_META_GENRE = 3,
+    QMKVD_META_ALBUM_ARTIST = 4,  // no Matroska tag fills these two
+    QMKVD_META_AUTHOR = 5,
     QMKVD_META_COMPOSER = 6,
     QMKVD_META_WRITER = 7,
     QMKVD_META_DATE = 8,
@@ -262,7 +275,7 @@ typedef struct qmkvd_format {
     uint32_t seekable;
     int32_t index_count;
     qmkvd_index_entry index_entries[QMKVD_MAX_INDEX_ENTRIES];
-    qmkvd_metadata_item *meta;  // QMKVD_METADATA_ITEMS items, or null
+    qmkvd_metadata *meta;  // null when the file has none
 } qmkvd_format;
 
 // Where a stream stands in the Clusters.
@@ -402,7 +415,7 @@ typedef struct qmkvd {
     uint8_t found_tags;
     uint8_t found_seekhead;
 
-    qmkvd_metadata_item meta[QMKVD_METADATA_ITEMS];
+    qmkvd_metadata meta;
     uint32_t release_year;
     uint8_t has_metadata;
 

@@ -58,6 +58,7 @@ int32_t rewind_to_start(qmkvds *s, int64_t *result_time) {
 // condemn cues that still miss, for every stream of the file.
 void check_cues(qmkvds *s) {
     qmkvd *inst = s->demux;
+    if (inst->cues.cue_count == 0 || inst->cues.cue_points == nullptr) return;
     const int64_t first = (int64_t)inst->cues.cue_points[0].cue_cluster_position;
     if (first < inst->first_cluster_start && inst->cue_base != inst->first_cluster_start - first)
         inst->cue_base = inst->first_cluster_start - first;

@@ -190,20 +190,37 @@ Nal avc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
     return Nal::kDone;
 }
 
-// AVCDecoderConfigurationRecord: the first SPS entry configures.
+// AVCDecoderConfigurationRecord: both parameter-set arrays must fit the
+// record; the first SPS entry configures.
 int32_t avc_record(const uint8_t *d, size_t n, qvid_config_out *out) {
     if (n < 6) return QVID_CFG_ERR_MALFORMED;
+    const uint8_t *sps[32];
+    size_t sps_len[32];
     const unsigned num_sps = d[5] & 0x1F;
     size_t o = 6;
     for (unsigned i = 0; i < num_sps; ++i) {
         if (n - o < 2) return QVID_CFG_ERR_MALFORMED;
-        const size_t len = (size_t)d[o] << 8 | d[o + 1];
+        sps_len[i] = (size_t)d[o] << 8 | d[o + 1];
         o += 2;
-        if (len > n - o) return QVID_CFG_ERR_MALFORMED;
-        const Nal r = avc_sps(d + o, len, out);
+        if (sps_len[i] > n - o) return QVID_CFG_ERR_MALFORMED;
+        sps[i] = d + o;
+        o += sps_len[i];
+    }
+    {
+        if (o >= n) return QVID_CFG_ERR_MALFORMED;
+        const unsigned num_pps = d[o++];
+        for (unsigned i = 0; i < num_pps; ++i) {
+            if (n - o < 2) return QVID_CFG_ERR_MALFORMED;
+            const size_t len = (size_t)d[o] << 8 | d[o + 1];
+            o += 2;
+            if (len > n - o) return QVID_CFG_ERR_MALFORMED;
+            o += len;
+        }
+    }
+    for (unsigned i = 0; i < num_sps; ++i) {
+        const Nal r = avc_sps(sps[i], sps_len[i], out);
         if (r == Nal::kDone) return QVID_CFG_OK;
         if (r == Nal::kBad) return QVID_CFG_ERR_MALFORMED;
-        o += len;
     }
     return QVID_CFG_NEED_MORE;
 }
@@ -274,28 +291,36 @@ Nal hevc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
     return Nal::kDone;
 }
 
-// HEVCDecoderConfigurationRecord: every array is searched for an SPS.
+// HEVCDecoderConfigurationRecord: every array must fit the record; the
+// first good SPS in it configures.
 int32_t hevc_record(const uint8_t *d, size_t n, qvid_config_out *out) {
     if (n < 23) return QVID_CFG_ERR_MALFORMED;
-    const unsigned arrays = d[22];
-    size_t o = 23;
-    bool bad = false;
-    for (unsigned a = 0; a < arrays; ++a) {
-        if (n - o < 3) return QVID_CFG_ERR_MALFORMED;
-        const unsigned count = (unsigned)d[o + 1] << 8 | d[o + 2];
-        o += 3;
-        for (unsigned i = 0; i < count; ++i) {
-            if (n - o < 2) return QVID_CFG_ERR_MALFORMED;
-            const size_t len = (size_t)d[o] << 8 | d[o + 1];
-            o += 2;
-            if (len > n - o) return QVID_CFG_ERR_MALFORMED;
-            const Nal r = hevc_sps(d + o, len, out);
-            if (r == Nal::kDone) return QVID_CFG_OK;
-            if (r == Nal::kBad) bad = true;
-            o += len;
+    // Validate the whole layout first, so a cut record is malformed even
+    // when its SPS survived.
+    for (int pass = 0; pass < 2; ++pass) {
+        const unsigned arrays = d[22];
+        size_t o = 23;
+        bool bad = false;
+        for (unsigned a = 0; a < arrays; ++a) {
+            if (n - o < 3) return QVID_CFG_ERR_MALFORMED;
+            const unsigned count = (unsigned)d[o + 1] << 8 | d[o + 2];
+            o += 3;
+            for (unsigned i = 0; i < count; ++i) {
+                if (n - o < 2) return QVID_CFG_ERR_MALFORMED;
+                const size_t len = (size_t)d[o] << 8 | d[o + 1];
+                o += 2;
+                if (len > n - o) return QVID_CFG_ERR_MALFORMED;
+                if (pass == 1) {
+                    const Nal r = hevc_sps(d + o, len, out);
+                    if (r == Nal::kDone) return QVID_CFG_OK;
+                    if (r == Nal::kBad) bad = true;
+                }
+                o += len;
+            }
         }
+        if (pass == 1) return bad ? QVID_CFG_ERR_MALFORMED : QVID_CFG_NEED_MORE;
     }
-    return bad ? QVID_CFG_ERR_MALFORMED : QVID_CFG_NEED_MORE;
+    return QVID_CFG_NEED_MORE;
 }
 
 }  // namespace

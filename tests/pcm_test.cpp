@@ -111,7 +111,7 @@ Bytes random_source(const Routine &r, size_t n, std::mt19937 &rng) {
 // Out of place, from a source and into a destination of exactly the sizes
 // the count needs, so that AddressSanitizer sees any access beyond them.
 Bytes convert(const Routine &r, const Bytes &src, size_t n) {
-    uint8_t *s = static_cast<uint8_t *>(malloc(n * r.src_bytes));
+    uint8_t *s = static_cast<uint8_t *>(calloc(n * r.src_bytes, 1));
     uint8_t *d = static_cast<uint8_t *>(malloc(n * r.dst_bytes));
     if (n > 0) memcpy(s, src.data(), n * r.src_bytes);
     r.run(d, s, n);

@@ -66,9 +66,10 @@ Bytes tagsOf(std::initializer_list<Bytes> simpleTags) {
 }
 
 std::string item(const CoreFile &f, int index) {
-    if (f.format.meta == nullptr || f.format.meta[index].data == nullptr) return "<none>";
-    EXPECT_EQ((uint32_t)QMKVD_STRING_UTF8, f.format.meta[index].type);
-    return std::string(reinterpret_cast<const char *>(f.format.meta[index].data), f.format.meta[index].length);
+    if (f.format.meta == nullptr || f.format.meta->items[index].data == nullptr) return "<none>";
+    const qmkvd_metadata_item &it = f.format.meta->items[index];
+    EXPECT_EQ((uint32_t)QMKVD_STRING_UTF8, it.type);
+    return std::string(reinterpret_cast<const char *>(it.data), it.length);
 }
 
 TEST(Metadata, FirstValueWinsAndInfoTitleBeatsTags) {
@@ -100,7 +101,9 @@ TEST(Metadata, ReleaseYearFromDateUtc) {
         CoreFile f(file({infoWith({uint_el(mkv::DateUTC, (uint64_t)c.date, 8)}), kVideoTrack, cluster()}));
         ASSERT_NE(nullptr, f.inst);
         EXPECT_EQ(c.year, f.inst->release_year) << c.date;
-        EXPECT_NE(nullptr, f.format.meta);
+        ASSERT_NE(nullptr, f.format.meta);
+        EXPECT_EQ((int32_t)c.year, f.format.meta->year);
+        EXPECT_EQ(-1, f.format.meta->track_number) << "numbers Matroska does not give stay unset";
     }
     CoreFile none(file({infoWith({}), kVideoTrack, cluster()}));
     EXPECT_EQ(nullptr, none.format.meta);

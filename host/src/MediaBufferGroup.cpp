@@ -15,7 +15,7 @@ namespace android {
 // released after its group is gone still finds the lock it needs.
 struct MediaBuffer::Pool {
     std::mutex lock;
-    std::condition_variable returned;
+    std::condition_variable available;  // a buffer was released or added
     std::vector<MediaBuffer *> buffers;  // owned; emptied when the group goes
     size_t growthLimit = 0;
     bool orphaned = false;  // the group is gone; held buffers free themselves
@@ -80,7 +80,7 @@ void MediaBuffer::release() {
         mHeld = false;
         orphaned = mPool->orphaned;
         // Notified under the lock: once it is dropped the group may free us.
-        if (!orphaned) mPool->returned.notify_all();
+        if (!orphaned) mPool->available.notify_all();
     }
     if (orphaned) delete this;
 }
@@ -130,6 +130,7 @@ bool MediaBufferGroup::init(size_t buffers, size_t bufferSize, size_t growthLimi
 void MediaBufferGroup::add_buffer(size_t size) {
     std::lock_guard<std::mutex> lock(mPool->lock);
     mPool->buffers.push_back(new MediaBuffer(mPool, size));
+    mPool->available.notify_all();  // a waiting acquire may take it
 }
 
 media_status_t MediaBufferGroup::acquire_buffer(MediaBuffer **out, bool nonBlocking, size_t requestedSize) {
@@ -170,7 +171,7 @@ media_status_t MediaBufferGroup::acquire_buffer(MediaBuffer **out, bool nonBlock
             return AMEDIA_ERROR_INVALID_OPERATION;
         }
         if (nonBlocking) return AMEDIA_ERROR_WOULD_BLOCK;
-        mPool->returned.wait(lock);
+        mPool->available.wait(lock);
     }
 }
 

@@ -20,9 +20,11 @@ void captureLogger(const struct __android_logger_data *data, const char *message
 LogCapture::LogCapture() {
     clear();
     __android_log_set_logger(captureLogger);
+    mPriority = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
 }
 
 LogCapture::~LogCapture() {
+    __android_log_set_minimum_priority(mPriority);
     __android_log_set_logger(__android_log_stderr_logger);
 }
 

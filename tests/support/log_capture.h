@@ -1,4 +1,4 @@
-// Captures Android log messages written while it is alive.
+// Captures Android log messages written while it is alive, debug ones too.
 #ifndef QMKV_TEST_LOG_CAPTURE_H_
 #define QMKV_TEST_LOG_CAPTURE_H_
 
@@ -23,6 +23,9 @@ public:
     // True when some captured message contains `text`.
     bool contains(const std::string &text) const;
     void clear();
+
+private:
+    int mPriority;
 };
 
 }  // namespace qmkv_test

@@ -125,17 +125,16 @@ ordered_json trackView(const qmkvd *inst, const qmkvd_format &format, int i) {
     return j;
 }
 
-ordered_json metadataView(const qmkvd_format &format, const qmkvd *inst) {
-    static const char *const kNames[QMKVD_METADATA_ITEMS] = {"title", "artist", "album", nullptr, nullptr,
-                                                             nullptr, "composer", "writer", "date"};
+ordered_json metadataView(const qmkvd_format &format) {
+    static const char *const kNames[QMKVD_METADATA_ITEMS] = {"title",    "artist",   "album",  "genre", "album_artist",
+                                                             "author",   "composer", "writer", "date"};
     ordered_json j = ordered_json::object();
     if (format.meta == nullptr) return j;
     for (int i = 0; i < QMKVD_METADATA_ITEMS; ++i) {
-        const qmkvd_metadata_item &item = format.meta[i];
-        if (item.data == nullptr) continue;
-        j[i == 3 ? "genre" : kNames[i]] = text(item.data, item.length);
+        const qmkvd_metadata_item &item = format.meta->items[i];
+        if (item.data != nullptr) j[kNames[i]] = text(item.data, item.length);
     }
-    if (inst->release_year != 0) j["release_year"] = inst->release_year;
+    if (format.meta->year >= 0) j["year"] = format.meta->year;
     return j;
 }
 
@@ -175,7 +174,7 @@ ordered_json coreView(const qmkvd *inst, const qmkvd_format &format) {
     file["writing_app"] = inst->info.writing_app;
     file["date_utc"] = inst->info.date_utc;
     file["simple_tag_count"] = inst->tags.simple_tag_count;
-    file["metadata"] = metadataView(format, inst);
+    file["metadata"] = metadataView(format);
 
     ordered_json tracks = ordered_json::array();
     for (int i = 0; i < format.track_count; ++i) tracks.push_back(trackView(inst, format, i));

@@ -46,9 +46,10 @@ public:
     media_status_t stop();
     media_status_t getFormat(AMediaFormat *format);
     // One sample. `options` is a CMediaTrackReadOptions combination, e.g.
-    // SEEK | SEEK_CLOSEST_SYNC with the target in seekPosUs. *out is set
-    // only on AMEDIA_OK; a plug-in that reports success without one of this
-    // group's buffers gets AMEDIA_ERROR_INVALID_OBJECT.
+    // SEEK | SEEK_CLOSEST_SYNC with the target in seekPosUs. Whatever *out
+    // held is released first; it holds the new sample only on AMEDIA_OK. A
+    // plug-in that reports success without a held buffer of this host gets
+    // AMEDIA_ERROR_INVALID_OBJECT.
     media_status_t read(Sample *out, uint32_t options = 0, int64_t seekPosUs = 0);
     bool supportsNonBlockingRead();
 

@@ -1,0 +1,22 @@
+#include "probe_util.h"
+
+#include <stdio.h>
+#include <time.h>
+
+#include <zlib.h>
+
+namespace qmkvprobe {
+
+double now() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return (double)ts.tv_sec + (double)ts.tv_nsec * 1e-9;
+}
+
+std::string crc32Hex(const uint8_t *data, size_t size) {
+    char hex[9];
+    snprintf(hex, sizeof(hex), "%08lx", crc32(crc32(0L, Z_NULL, 0), data, (uInt)size));
+    return hex;
+}
+
+}  // namespace qmkvprobe
