@@ -163,6 +163,7 @@ qmkvd *qmkvd_create(QCMN_MFAL *mfal, const uint32_t *open_params, qmkvd_format *
     memset(format, 0, sizeof(*format));
     inst->self = inst;
     inst->magic = QMKVD_MAGIC;
+    pthread_mutex_init(&inst->seek_lock, nullptr);
     inst->mfal = *mfal;
 
     if (qmkvd_header_parse(inst) != 0) {
@@ -210,5 +211,6 @@ void qmkvd_delete(qmkvd *handle) {
     for (int32_t i = 0; i < handle->stream_count; ++i)
         if (handle->streams[i].opened) qmkvds_close(&handle->streams[i]);
     handle->magic = 0;
+    pthread_mutex_destroy(&handle->seek_lock);
     free(handle);
 }

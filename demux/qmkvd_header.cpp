@@ -103,6 +103,10 @@ int32_t handle_segment_child(qmkvd *inst, const qmkvd_io *io, const qmkvd_child 
 int32_t on_segment_child(void *ctx, const qmkvd_io *io, qmkvd_child *child) {
     segment_walk *w = static_cast<segment_walk *>(ctx);
     if (handle_segment_child(w->inst, io, child) != 0) {
+        // An element cut off by the end of the file ends the walk like any
+        // truncation; only a damaged element inside the file fails it.
+        const int64_t file_size = w->inst->file_size;
+        if (file_size > 0 && child->next > file_size) return QMKVD_WALK_DONE;
         w->failed = true;
         return -1;
     }

@@ -3,6 +3,7 @@
 #ifndef QMKVD_TYPES_H_
 #define QMKVD_TYPES_H_
 
+#include <pthread.h>
 #include <stdint.h>
 
 #include "common/qcmn_mfal.h"
@@ -424,6 +425,10 @@ typedef struct qmkvd {
     // corrected on the first seek when the cues show otherwise.
     int64_t cue_base;
     int32_t last_cue_index;  // the cue the last cue seek of any stream used
+    // Streams of one file are read from several threads at once; seeks
+    // share the cue state above (and may condemn the cue table), so they
+    // take turns on it.
+    pthread_mutex_t seek_lock;
 } qmkvd;
 
 #endif  // QMKVD_TYPES_H_

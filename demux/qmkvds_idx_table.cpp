@@ -11,12 +11,7 @@ namespace {
 const uint32_t kEntrySize = sizeof(qmkvd_idx_entry);
 static_assert(sizeof(qmkvd_idx_entry) == 16, "index entries are 16 bytes");
 
-}  // namespace
-
-int32_t qmkvds_get_idx_table(qmkvds *s, qmkvd_idx_entry *table, uint32_t capacity, uint32_t *size,
-                             uint32_t *count) {
-    if (s == nullptr || s->magic != QMKVDS_MAGIC) return QMKVD_ERR_ARGUMENT;
-    if (s->opened != 1) return QMKVD_ERR_NOT_OPEN;
+int32_t idx_table_locked(qmkvds *s, qmkvd_idx_entry *table, uint32_t capacity, uint32_t *size, uint32_t *count) {
     qmkvd *inst = s->demux;
     if (!inst->found_cues || s->stream_type != QMKVD_TRACK_VIDEO) return QMKVD_ERR_IMPOSSIBLE;
     if (!s->cues_loaded) {
@@ -36,6 +31,20 @@ int32_t qmkvds_get_idx_table(qmkvds *s, qmkvd_idx_entry *table, uint32_t capacit
         table[i].time = qmkvd_ticks_to_100ns((int64_t)s->stream_cues.entries[i].time, s->timecode_scale);
     }
     return 0;
+}
+
+}  // namespace
+
+int32_t qmkvds_get_idx_table(qmkvds *s, qmkvd_idx_entry *table, uint32_t capacity, uint32_t *size,
+                             uint32_t *count) {
+    if (s == nullptr || s->magic != QMKVDS_MAGIC) return QMKVD_ERR_ARGUMENT;
+    if (s->opened != 1) return QMKVD_ERR_NOT_OPEN;
+    // The stream's cue list is built from the file's cue table, which a
+    // seek of another stream may condemn.
+    pthread_mutex_lock(&s->demux->seek_lock);
+    const int32_t r = idx_table_locked(s, table, capacity, size, count);
+    pthread_mutex_unlock(&s->demux->seek_lock);
+    return r;
 }
 
 int32_t qmkvd_get_idx_table(qmkvd *h, int32_t index, qmkvd_idx_entry *table, uint32_t capacity, uint32_t *size,

@@ -147,9 +147,10 @@ int32_t check_stream(const qmkvds *s) {
 
 }  // namespace
 
-int32_t qmkvds_seek(qmkvds *s, const uint64_t *time, int64_t *result_time, int32_t mode) {
-    int32_t r = check_stream(s);
-    if (r != 0) return r;
+namespace {
+
+int32_t seek_locked(qmkvds *s, const uint64_t *time, int64_t *result_time, int32_t mode) {
+    int32_t r;
     qmkvd *inst = s->demux;
     s->last_block_time = -1;
     s->prev_lace_count = 0;
@@ -198,4 +199,15 @@ int32_t qmkvds_seek(qmkvds *s, const uint64_t *time, int64_t *result_time, int32
     if (index == QMKVD_SEARCH_NONE) return rewind_to_start(s, result_time);
     inst->last_cue_index = (int32_t)index;
     return seek_to_cue(s, index, result_time, QMKVD_ERR_IMPOSSIBLE);
+}
+
+}  // namespace
+
+int32_t qmkvds_seek(qmkvds *s, const uint64_t *time, int64_t *result_time, int32_t mode) {
+    const int32_t r = check_stream(s);
+    if (r != 0) return r;
+    pthread_mutex_lock(&s->demux->seek_lock);
+    const int32_t result = seek_locked(s, time, result_time, mode);
+    pthread_mutex_unlock(&s->demux->seek_lock);
+    return result;
 }

@@ -291,36 +291,41 @@ Nal hevc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
     return Nal::kDone;
 }
 
-// HEVCDecoderConfigurationRecord: every array must fit the record; the
-// first good SPS in it configures.
-int32_t hevc_record(const uint8_t *d, size_t n, qvid_config_out *out) {
-    if (n < 23) return QVID_CFG_ERR_MALFORMED;
-    // Validate the whole layout first, so a cut record is malformed even
-    // when its SPS survived.
-    for (int pass = 0; pass < 2; ++pass) {
-        const unsigned arrays = d[22];
-        size_t o = 23;
-        bool bad = false;
-        for (unsigned a = 0; a < arrays; ++a) {
-            if (n - o < 3) return QVID_CFG_ERR_MALFORMED;
-            const unsigned count = (unsigned)d[o + 1] << 8 | d[o + 2];
-            o += 3;
-            for (unsigned i = 0; i < count; ++i) {
-                if (n - o < 2) return QVID_CFG_ERR_MALFORMED;
-                const size_t len = (size_t)d[o] << 8 | d[o + 1];
-                o += 2;
-                if (len > n - o) return QVID_CFG_ERR_MALFORMED;
-                if (pass == 1) {
-                    const Nal r = hevc_sps(d + o, len, out);
-                    if (r == Nal::kDone) return QVID_CFG_OK;
-                    if (r == Nal::kBad) bad = true;
-                }
-                o += len;
-            }
+// Walks the NAL units of an HEVCDecoderConfigurationRecord, calling `fn`
+// on each until it returns true; false when the layout overruns the record.
+template <typename Fn>
+bool hevc_record_walk(const uint8_t *d, size_t n, Fn fn) {
+    const unsigned arrays = d[22];
+    size_t o = 23;
+    for (unsigned a = 0; a < arrays; ++a) {
+        if (n - o < 3) return false;
+        const unsigned count = (unsigned)d[o + 1] << 8 | d[o + 2];
+        o += 3;
+        for (unsigned i = 0; i < count; ++i) {
+            if (n - o < 2) return false;
+            const size_t len = (size_t)d[o] << 8 | d[o + 1];
+            o += 2;
+            if (len > n - o) return false;
+            if (fn(d + o, len)) return true;
+            o += len;
         }
-        if (pass == 1) return bad ? QVID_CFG_ERR_MALFORMED : QVID_CFG_NEED_MORE;
     }
-    return QVID_CFG_NEED_MORE;
+    return true;
+}
+
+// The whole layout is checked first, so that a cut record is malformed
+// even when its SPS survived; then the first good SPS configures.
+int32_t hevc_record(const uint8_t *d, size_t n, qvid_config_out *out) {
+    if (n < 23 || !hevc_record_walk(d, n, [](const uint8_t *, size_t) { return false; }))
+        return QVID_CFG_ERR_MALFORMED;
+    int32_t result = QVID_CFG_NEED_MORE;
+    hevc_record_walk(d, n, [&](const uint8_t *nal, size_t len) {
+        const Nal r = hevc_sps(nal, len, out);
+        if (r == Nal::kDone) result = QVID_CFG_OK;
+        if (r == Nal::kBad) result = QVID_CFG_ERR_MALFORMED;
+        return r == Nal::kDone;
+    });
+    return result;
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs the whole test suite, plainly and under
-# AddressSanitizer + UndefinedBehaviorSanitizer; fails when any test fails
-# or when no test ran.
+# AddressSanitizer + UndefinedBehaviorSanitizer, the concurrency tests under
+# ThreadSanitizer, and the probe over the corpus under valgrind; fails when
+# any test fails or when no test ran.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -17,3 +18,11 @@ run_suite() {
 run_suite build
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite build-asan -DQMKV_SANITIZE=ON -DQMKV_CORPUS_DIR="$PWD/build/corpus"
+
+# Tracks read from one thread each, under ThreadSanitizer.
+cmake -S . -B build-tsan -DQMKV_TSAN=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQMKV_CORPUS_DIR="$PWD/build/corpus" >/dev/null
+cmake --build build-tsan --target qmkv_tests -j"$(nproc)" >/dev/null
+QMKV_CORPUS_DIR="$PWD/build/corpus" TSAN_OPTIONS=halt_on_error=1 \
+  build-tsan/tests/qmkv_tests --gtest_filter='*Concurrency*' --gtest_brief=1
+
+scripts/valgrind.sh build

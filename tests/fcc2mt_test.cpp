@@ -126,7 +126,7 @@ TEST(Fcc2mt, CombinedPrefersAudioThenVideoThenSubtitle) {
     for (const Case &c : kUnknown) EXPECT_EQ(3199, qcmn_fcc2mt(c.code)) << c.name;
 }
 
-TEST(Fcc2mt, DocumentedEdgeCases) {
+TEST(Fcc2mt, EdgeCases) {
     EXPECT_EQ(305, qcmn_fcc2mt(0x55));
     EXPECT_EQ(104, qcmn_fcc2mt(fcc("avc1")));
     EXPECT_EQ(102, qcmn_fcc2mt(fcc("DIVX")));  // video wins; never the DRM value

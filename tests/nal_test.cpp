@@ -193,7 +193,7 @@ TEST(Nal, MalformedFramesAreEmptyAndSkipped) {
     }
 }
 
-TEST(Nal, DocumentedExample) {
+TEST(Nal, TwoByteLengthExample) {
     const Outcome w = call(find_case("2-byte lengths"), 12, 12);
     EXPECT_EQ(0, w.ret);
     EXPECT_EQ(12u, w.size);

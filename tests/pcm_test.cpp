@@ -255,7 +255,7 @@ TEST(Pcm, Packed24Exhaustive) {
     }
 }
 
-TEST(Pcm, DocumentedEdgeCases) {
+TEST(Pcm, EdgeCases) {
     struct F {
         float in;
         int16_t out;

@@ -332,7 +332,7 @@ Bytes mpeg4Headers(const Vol &v) {
                 if (v.complexity == 1) w.u(1, 0).u(2, 3);
             }
         }
-        w.u(1, 1).u(1, v.data_partitioned);
+        w.u(1, 0).u(1, v.data_partitioned);  // resync markers on, data partitioning
         if (v.data_partitioned) w.u(1, 0);
         if (verid != 1) w.u(1, 0).u(1, 0);  // newpred, reduced resolution
         w.u(1, 0);                           // scalability

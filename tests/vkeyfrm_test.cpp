@@ -144,7 +144,7 @@ const std::vector<Case> kCases = {
     {121, {0x88}, 0, "VP9 bit 3 without b[1]"},
 };
 
-TEST(Vkeyfrm, DocumentedAndEdgeCases) {
+TEST(Vkeyfrm, KnownHeaders) {
     for (const Case &c : kCases)
         EXPECT_EQ(c.expected, key(c.mt, c.bytes)) << c.mt << " " << c.what << ": " << hex(c.bytes);
 }

@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# Builds the benchmark (Release, -DQMKV_BENCH=ON) in build-bench/, generates
+# the files once (cached in build-bench/files), runs the harness, then the
+# "where the time goes" runs: readAt and memcpy counts per reader, and
+# callgrind instruction counts of the read and open phases.
+#
+#   bench/run.sh                 everything
+#   BENCH_CALLGRIND=0 bench/run.sh   skip the callgrind runs (minutes)
+#   BENCH_REPS=5 BENCH_OPEN_REPS=10 BENCH_SEEKS=100   harness repetitions
+#
+# Outputs in build-bench/: bench.md (the table), bench.json, where.md,
+# copies/*.json, cg/*.out (callgrind) and cg/*.txt (annotations).
+set -euo pipefail
+
+ROOT=$(cd "$(dirname "$0")/.." && pwd)
+OUT=${BENCH_OUT:-$ROOT/build-bench}
+FILES=${BENCH_FILES_DIR:-$OUT/files}
+REPS=${BENCH_REPS:-5}
+OPEN_REPS=${BENCH_OPEN_REPS:-10}
+SEEKS=${BENCH_SEEKS:-100}
+CALLGRIND=${BENCH_CALLGRIND:-1}
+
+# What the product build needs (compiler, Android host libraries, ffmpeg,
+# mkvtoolnix, libavformat, libwebm), then what only the benchmark needs:
+# valgrind (callgrind and its client-request header).
+"$ROOT/scripts/setup.sh"
+if ! dpkg-query -W -f='${Status}' valgrind 2>/dev/null | grep -q 'install ok installed'; then
+  echo "bench: installing valgrind" >&2
+  SUDO=""
+  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends valgrind >/dev/null
+fi
+
+# -g only adds line tables for callgrind's annotations; the code is the
+# Release build's.
+cmake -S "$ROOT" -B "$OUT" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-g \
+  -DQMKV_BENCH=ON -DQMKV_TESTS=OFF >/dev/null
+cmake --build "$OUT" --target qmkv_bench qmkv_bench_copies
+
+"$ROOT/bench/make_files.sh" "$FILES"
+
+echo "bench: harness ($REPS reps, $OPEN_REPS open reps, $SEEKS seeks per track)" >&2
+"$OUT/qmkv_bench" --files "$FILES" --reps "$REPS" --open-reps "$OPEN_REPS" --seeks "$SEEKS" \
+  --json "$OUT/bench.json" 2>"$OUT/bench.log" | tee "$OUT/bench.md"
+
+READERS=(raw core core-direct plugin lavf libwebm)
+NAMES=(hd1080.mkv opus11m.mka vorbis_laced.mkv long2h_cues.mkv long2h_nocues.mkv)
+
+echo "bench: readAt and memcpy counts" >&2
+mkdir -p "$OUT/copies"
+for f in "${NAMES[@]}"; do
+  for r in "${READERS[@]}"; do
+    "$OUT/qmkv_bench_copies" --child "$r" "$FILES/$f" >"$OUT/copies/$r.$f.json" 2>/dev/null || true
+  done
+done
+
+if [ "$CALLGRIND" != 0 ]; then
+  echo "bench: callgrind (read and open phases; a few minutes)" >&2
+  mkdir -p "$OUT/cg"
+  for f in "${NAMES[@]}"; do
+    for r in "${READERS[@]}"; do
+      for phase in read open; do
+        [ "$r" = raw ] && [ "$phase" = open ] && continue
+        LD_BIND_NOW=1 valgrind --tool=callgrind --instr-atstart=no --callgrind-out-file="$OUT/cg/$r.$phase.$f.out" \
+          "$OUT/qmkv_bench" --child "$r" "$FILES/$f" --phase "$phase" >/dev/null 2>&1 || true
+      done
+    done
+    callgrind_annotate "$OUT/cg/core.read.$f.out" >"$OUT/cg/core.read.$f.txt" 2>/dev/null || true
+    callgrind_annotate --inclusive=yes "$OUT/cg/core.read.$f.out" >"$OUT/cg/core.read.$f.incl.txt" 2>/dev/null || true
+    callgrind_annotate --inclusive=yes "$OUT/cg/plugin.read.$f.out" >"$OUT/cg/plugin.read.$f.incl.txt" 2>/dev/null || true
+  done
+fi
+
+python3 "$ROOT/bench/where.py" "$OUT" | tee "$OUT/where.md"

@@ -1,0 +1,31 @@
+// The libFuzzer binary of one target; QMKV_FUZZ_TARGET names its body.
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "fuzz/fuzz_entries.h"
+
+namespace {
+qmkv_fuzz::Entry gEntry;
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    gEntry = qmkv_fuzz::entryByName(QMKV_FUZZ_TARGET);
+    if (gEntry == nullptr) {
+        fprintf(stderr, "no fuzz entry %s\n", QMKV_FUZZ_TARGET);
+        abort();
+    }
+    qmkv_fuzz::silenceLogs();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) { return gEntry(data, size); }
+
+// The host library and the plug-in both define the vendor's format-key
+// strings (identical values, as libmediandk and the plug-in would on a
+// device); level 1 still reports definitions that disagree in size.
+extern "C" const char *__asan_default_options() { return "detect_odr_violation=1"; }
+
+// Any undefined behaviour not listed in a suppression file ends the run.
+extern "C" const char *__ubsan_default_options() { return "halt_on_error=1:print_stacktrace=1"; }

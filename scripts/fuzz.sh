@@ -1,0 +1,158 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets (clang, ASan + UBSan) into build-fuzz/,
+# replays every input under fuzz/regressions/, then fuzzes each target for
+# SECONDS (default 60) and prints executions per second and coverage.
+# Fails on any crash, timeout (5 s), out-of-memory (2 GB) or leak.
+#
+# Usage: scripts/fuzz.sh [SECONDS]
+# Environment:
+#   QMKV_FUZZ_TARGETS  targets to run (default "core plugin config ebml")
+#   QMKV_FUZZ_JOBS     targets fuzzed at the same time (default 2, at most nproc)
+#   QMKV_FUZZ_DIR      build and work directory (default build-fuzz); the
+#                      corpus each run grows is kept in DIR/corpus/ for the
+#                      next run, crashing inputs go to DIR/artifacts/
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+seconds=${1:-60}
+targets=${QMKV_FUZZ_TARGETS:-core plugin config ebml}
+dir=${QMKV_FUZZ_DIR:-build-fuzz}
+jobs=${QMKV_FUZZ_JOBS:-2}
+[ "$jobs" -le "$(nproc)" ] || jobs=$(nproc)
+
+scripts/setup.sh
+# clang and its fuzzer and sanitizer runtimes, only when missing.
+missing=()
+for p in clang libclang-rt-14-dev; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "fuzz: installing ${missing[*]}" >&2
+  SUDO=""
+  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq >/dev/null
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi
+cc=clang-14 cxx=clang++-14
+command -v "$cxx" >/dev/null || { cc=clang; cxx=clang++; }
+
+echo "fuzz: building into $dir"
+CC=$cc CXX=$cxx cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQMKV_FUZZ=ON -DQMKV_TESTS=OFF >/dev/null
+build_targets=()
+for t in $targets; do build_targets+=(--target "fuzz_$t"); done
+cmake --build "$dir" -j"$(nproc)" "${build_targets[@]}" >/dev/null
+
+# Seeds: the committed crafted ones (fuzz/seeds/), tiny real files made once
+# per build directory, the test corpus when a test run has made it, and the
+# codec configurations and first frames of the real files.
+real="$dir/seeds-real"
+if [ ! -e "$real/.done" ]; then
+  echo "fuzz: generating seed files into $real"
+  rm -rf "$real"
+  mkdir -p "$real"
+  FF=(ffmpeg -hide_banner -nostdin -loglevel error -y)
+  V=(-f lavfi -i testsrc2=size=64x48:rate=10:duration=1)
+  A=(-f lavfi -i "aevalsrc=exprs=0.4*sin(2*PI*440*t)|0.2*sin(2*PI*660*t):sample_rate=44100:duration=1")
+  "${FF[@]}" "${V[@]}" "${A[@]}" -c:v libx264 -preset ultrafast -crf 40 -g 4 -bf 2 -c:a aac -b:a 24k "$real/h264_aac.mkv"
+  "${FF[@]}" "${V[@]}" "${A[@]}" -c:v libx264 -preset ultrafast -crf 40 -g 4 -c:a aac -b:a 24k \
+    -reserve_index_space 512 "$real/h264_aac_cues_front.mkv"
+  "${FF[@]}" "${V[@]}" "${A[@]}" -c:v libx265 -preset ultrafast -crf 45 -g 4 -x265-params log-level=error \
+    -c:a libopus -b:a 16k "$real/hevc_opus.mkv"
+  "${FF[@]}" "${V[@]}" "${A[@]}" -c:v libvpx -deadline realtime -b:v 30k -g 4 -c:a libvorbis -q:a 0 "$real/vp8_vorbis.mkv"
+  "${FF[@]}" "${V[@]}" "${A[@]}" -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -b:v 30k -g 4 -c:a libopus -b:a 16k \
+    "$real/vp9_opus.webm"
+  "${FF[@]}" "${V[@]}" "${A[@]}" -c:v mpeg4 -q:v 20 -bf 1 -g 4 -c:a libmp3lame -b:a 32k "$real/mpeg4_mp3.mkv"
+  "${FF[@]}" "${V[@]}" "${A[@]}" -c:v mpeg2video -q:v 20 -bf 1 -g 4 -c:a ac3 -b:a 64k "$real/mpeg2_ac3.mkv"
+  "${FF[@]}" -f lavfi -i testsrc2=size=64x64:rate=10:duration=0.5 -c:v libaom-av1 -usage realtime -cpu-used 8 \
+    -b:v 20k -g 4 "$real/av1.mkv"
+  "${FF[@]}" "${A[@]}" -c:a flac "$real/flac.mka"
+  "${FF[@]}" "${A[@]}" -ar 8000 -c:a pcm_s16le "$real/pcm.mka"
+  "${FF[@]}" "${A[@]}" -c:a eac3 -b:a 96k "$real/eac3.mka"
+  printf '1\n00:00:00,100 --> 00:00:00,500\nOne\n\n2\n00:00:00,600 --> 00:00:00,900\n<i>Two</i>\n' >"$real/subs.srt"
+  "${FF[@]}" "${V[@]}" -i "$real/subs.srt" -c:v libx264 -preset ultrafast -crf 40 -g 4 -c:s srt "$real/h264_srt.mkv"
+  rm -f "$real/subs.srt"
+  MM=(mkvmerge --quiet)
+  "${MM[@]}" -o "$real/mkvmerge_laced.mkv" "$real/h264_aac.mkv" || [ $? -eq 1 ]
+  "${MM[@]}" -o "$real/mkvmerge_nocues_groups.mkv" --no-cues --engage no_simpleblocks "$real/mpeg4_mp3.mkv" || [ $? -eq 1 ]
+  "${MM[@]}" -o "$real/mkvmerge_zlib.mkv" --compression 1:zlib "$real/vp8_vorbis.mkv" || [ $? -eq 1 ]
+  touch "$real/.done"
+fi
+config_seeds="$dir/seeds-config"
+if [ ! -e "$config_seeds/.done" ]; then
+  rm -rf "$config_seeds"
+  python3 fuzz/make_seeds.py extract "$config_seeds" "$real"/*.mk* "$real"/*.webm
+  touch "$config_seeds/.done"
+fi
+corpus_seeds=()
+[ -d build/corpus ] && corpus_seeds=(build/corpus)
+
+supp="$root/fuzz/ubsan.supp"
+replay_fail=0
+run_target() {  # NAME
+  local t=fuzz_$1
+  local bin="$dir/fuzz/$t" log="$dir/logs/$t.log"
+  local corpus="$dir/corpus/$t" artifacts="$dir/artifacts/$t"
+  mkdir -p "$corpus" "$artifacts" "$dir/logs"
+  local opts=(-timeout=5 -rss_limit_mb=2048 -malloc_limit_mb=2048 -artifact_prefix="$artifacts/")
+  local seeds=()
+  case $1 in
+    config) opts+=(-max_len=8192); seeds=(fuzz/seeds/config "$config_seeds") ;;
+    ebml) opts+=(-max_len=16384 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real") ;;
+    *) opts+=(-max_len=65536 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real" "${corpus_seeds[@]}") ;;
+  esac
+  # Reproducers replay with nothing suppressed or avoided; each input runs
+  # on its own so that one failure does not hide the others.
+  local rc=0 f
+  rm -f "$log.replay"
+  for f in "fuzz/regressions/$t"/*; do
+    [ -f "$f" ] || continue
+    if ! env -u QMKV_FUZZ_AVOID "$bin" "${opts[@]}" "$f" >>"$log.replay" 2>&1; then
+      echo "fuzz: $t: regression input $f fails" >&2
+      grep -m2 -E 'ERROR: |runtime error|broken promise|CHECK' "$log.replay" | tail -1 >&2 || true
+      rc=1
+    fi
+  done
+  # The campaign goes on past known reports (fuzz/ubsan.supp).
+  UBSAN_OPTIONS="suppressions=$supp" "$bin" "${opts[@]}" -max_total_time="$seconds" -print_final_stats=1 \
+    "$corpus" "${seeds[@]}" >"$log" 2>&1 || rc=1
+  return $rc
+}
+
+echo "fuzz: $seconds s per target, $jobs at a time: $targets"
+status=0
+pids=()
+names=()
+for t in $targets; do
+  run_target "$t" &
+  pids+=($!)
+  names+=("$t")
+  if [ ${#pids[@]} -ge "$jobs" ]; then
+    wait "${pids[0]}" || { status=1; echo "fuzz: fuzz_${names[0]} FAILED" >&2; }
+    pids=("${pids[@]:1}")
+    names=("${names[@]:1}")
+  fi
+done
+for i in "${!pids[@]}"; do
+  wait "${pids[$i]}" || { status=1; echo "fuzz: fuzz_${names[$i]} FAILED" >&2; }
+done
+
+printf '%-12s %10s %8s %7s %7s %7s\n' target execs exec/s cov ft corpus
+for t in $targets; do
+  log="$dir/logs/fuzz_$t.log"
+  [ -f "$log" ] || continue
+  last=$(grep -E '^#[0-9]+.*cov: ' "$log" | tail -1 || true)
+  execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
+  rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log" | tail -1)
+  cov=$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$last")
+  ft=$(sed -n 's/.* ft: \([0-9]*\).*/\1/p' <<<"$last")
+  units=$(sed -n 's/.* corp: \([0-9]*\)\/.*/\1/p' <<<"$last")
+  printf '%-12s %10s %8s %7s %7s %7s\n' "fuzz_$t" "${execs:-?}" "${rate:-?}" "${cov:-?}" "${ft:-?}" "${units:-?}"
+  if grep -qE '^==[0-9]+==ERROR|runtime error|deadly signal|Test unit written' "$log"; then
+    status=1
+    echo "fuzz: fuzz_$t found a failure:" >&2
+    grep -m5 -E 'ERROR|runtime error|SUMMARY|Test unit written' "$log" >&2 || true
+  fi
+done
+[ $status -eq 0 ] && echo "fuzz: all targets clean" || echo "fuzz: FAILED (inputs under $dir/artifacts/)" >&2
+exit $status
