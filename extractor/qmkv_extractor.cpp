@@ -51,7 +51,7 @@ const char *kSupportedTypes[] = {"mkv", "mka", nullptr};
 // --- QMKVDSF -------------------------------------------------------------
 
 QMKVDSF::QMKVDSF()
-    : mHandle(nullptr), mOpenParams(0), mStreamCount(0), mSources(), mSeekPreRoll(0) {
+    : mHandle(nullptr), mOpenParams(0), mStreamCount(0), mSources(), mSeekPreRoll(0), mSource(nullptr) {
     memset(mStreams, 0, sizeof(mStreams));
     memset(&mFormat, 0, sizeof(mFormat));
     memset(mVidInfo, 0, sizeof(mVidInfo));
@@ -73,6 +73,7 @@ QMKVDSF::~QMKVDSF() {
         mHandle = nullptr;
     }
     qcmn_mfal_deinit(&mMfal);
+    delete mSource;
 }
 
 // --- QMKVExtractor ---------------------------------------------------------

@@ -57,6 +57,9 @@ public:
         int32_t openByType[3];
     } mSources;
     int64_t mSeekPreRoll;  // ns, of the last Opus track
+    // The file-access layer reads through this helper over the framework's
+    // source, owned here so that it lives as long as the streams.
+    DataSourceHelper *mSource;
 };
 
 struct ExtractorTrack {
@@ -121,7 +124,7 @@ private:
     void setSampleMeta(AMediaFormat *meta, size_t *len, size_t capacity, int64_t pts, int64_t end);
 
     pthread_mutex_t mLock;
-    AMediaFormat *mFormat;
+    AMediaFormat *mFormat;  // the track's format, copied
     DataSourceHelper *mDataSource;
     sp<QMKVDSF> mDSF;
     MediaBufferHelper *mBuffer;

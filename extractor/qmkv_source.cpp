@@ -53,7 +53,9 @@ void swapToLittleEndian(uint8_t *p, size_t len, int32_t bits) {
 }  // namespace
 
 QMKVSource::QMKVSource(AMediaFormat *format, DataSourceHelper *source, const sp<QMKVDSF> &dsf, int32_t index)
-    : mFormat(format),
+    // A copy of the track's format: a framework may free the extractor, and
+    // with it the original, while this source still reads.
+    : mFormat(AMediaFormat_new()),
       mDataSource(source),
       mDSF(dsf),
       mBuffer(nullptr),
@@ -64,6 +66,7 @@ QMKVSource::QMKVSource(AMediaFormat *format, DataSourceHelper *source, const sp<
       mLastTimeUs(0),
       mStarted(false) {
     pthread_mutex_init(&mLock, nullptr);
+    AMediaFormat_copy(mFormat, format);
     const qmkvd_format &f = mDSF->mFormat;
     const int32_t type = f.track_type[index];
     for (int32_t i = 0; i < index; ++i)
@@ -97,6 +100,7 @@ QMKVSource::~QMKVSource() {
         qmkvds_close(mHandle);
         mDSF.clear();
     }
+    AMediaFormat_delete(mFormat);
     pthread_mutex_destroy(&mLock);
 }
 

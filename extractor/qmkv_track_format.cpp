@@ -490,7 +490,8 @@ int32_t QMKVExtractor::init_qmkvff() {
     if (mDSF != nullptr) return mInitialized ? 0 : INT32_MIN;
     mDSF = new QMKVDSF();
     mInitialized = true;
-    qcmn_mfal_init(&mDSF->mMfal, mDataSource);
+    mDSF->mSource = new DataSourceHelper(mDataSource);
+    qcmn_mfal_init(&mDSF->mMfal, mDSF->mSource);
     mDSF->mOpenParams |= QMKVD_OPEN_NO_DTS;
 
     int32_t error = 0;

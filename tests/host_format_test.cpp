@@ -13,10 +13,11 @@
 #include <android/binder_ibinder.h>
 #include <host/CallingUid.h>
 #include <host/FormatEntries.h>
-#include <media/ExtMediaFormatDef.h>
 #include <media/NdkMediaFormat.h>
 #include <media/stagefright/FourCC2MIME.h>
 #include <media/stagefright/MediaDefs.h>
+
+#include "qextractorcmn/ExtMediaFormatDef.h"
 
 using qmkvhost::FormatType;
 
