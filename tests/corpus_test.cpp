@@ -68,6 +68,8 @@ const Expected kExpected[] = {
     {"hdrstrip_mpeg4.mkv", "mpeg4+mp3", "va"},
     {"hdrstrip_h264.mkv", "h264+aac", "va"},
     {"hdrstrip_mp3.mkv", "h264+mp3", "va"},
+    {"colour_hdr.mkv", "h264+aac", "va"},
+    {"theora_alac.mkv", "theora+alac", "va"},
 };
 
 FileBytes readBytes(const std::string &path) {

@@ -462,6 +462,16 @@ gen hdrstrip_h264.mkv "header stripping (ContentCompAlgo 3) on the H.264 track 1
 gen hdrstrip_mp3.mkv "header stripping (ContentCompAlgo 3) on the laced MP3 track 2 of mkvmerge_h264_mp3.mkv; frames otherwise identical" \
   strip_headers "$out/mkvmerge_h264_mp3.mkv" OUT 2 3
 
+# --- what the plug-in describes ---------------------------------------------------
+gen colour_hdr.mkv "mkvmerge: H.264 + AAC with Colour (BT.2020, PQ, limited range), MaxCLL/MaxFALL and MasteringMetadata" \
+  "${MM[@]}" -o OUT --colour-matrix-coefficients 0:9 --colour-transfer-characteristics 0:16 \
+  --colour-primaries 0:9 --colour-range 0:1 --max-content-light 0:1000 --max-frame-light 0:400 \
+  --max-luminance 0:1000 --min-luminance 0:0.005 \
+  --chromaticity-coordinates 0:0.708,0.292,0.170,0.797,0.131,0.046 --white-colour-coordinates 0:0.3127,0.329 \
+  "$out/h264_aac.mkv"
+gen theora_alac.mkv "Theora 160x120 + ALAC stereo, 2 s: codecs outside the plug-in's whitelists" \
+  "${FF[@]}" $(video 2) $(stereo 2 44100) -c:v libtheora -q:v 5 -c:a alac OUT
+
 # The manifest is rewritten every run (atomically) so it always lists
 # exactly what this script makes.
 printf '%s\n' "${manifest[@]}" >"$out/.tmp-manifest.txt"
