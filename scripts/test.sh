@@ -26,3 +26,4 @@ QMKV_CORPUS_DIR="$PWD/build/corpus" TSAN_OPTIONS=halt_on_error=1 \
   build-tsan/tests/qmkv_tests --gtest_filter='*Concurrency*' --gtest_brief=1
 
 scripts/valgrind.sh build
+scripts/fuzz.sh 45  # libFuzzer targets: regressions replayed, then 45 s each, two at a time
