@@ -16,6 +16,7 @@ set -euo pipefail
 
 OUT=${1:-$(cd "$(dirname "$0")/.." && pwd)/build-bench/files}
 mkdir -p "$OUT"
+OUT=$(cd "$OUT" && pwd)
 cd "$OUT"
 
 FF=(ffmpeg -hide_banner -loglevel error -nostdin -y)

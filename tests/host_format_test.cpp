@@ -175,8 +175,10 @@ TEST(HostFormat, BuffersAreCopiedByteForByte) {
         size_t size = 99;
         ASSERT_TRUE(AMediaFormat_getBuffer(f, AMEDIAFORMAT_KEY_CSD_0, &data, &size));
         ASSERT_EQ(c.bytes.size(), size);
-        EXPECT_NE(nullptr, data);
-        EXPECT_EQ(0, memcmp(c.bytes.data(), data, size));
+        ASSERT_NE(nullptr, data);
+        if (size > 0) {
+            EXPECT_EQ(0, memcmp(c.bytes.data(), data, size));
+        }
     }
     Format f;
     AMediaFormat_setBuffer(f, AMEDIAFORMAT_KEY_CSD_1, nullptr, 4);  // ignored

@@ -2,6 +2,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <string.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,10 +25,14 @@ bool wrapGetUri(void *, char *uri, size_t size) {
 }
 }  // namespace
 
-FileSource::FileSource(const char *path) : mFd(-1), mLength(-1) {
+FileSource::FileSource(const char *path) : mFd(-1), mLength(-1), mMap(nullptr) {
     mFd = ::open(path, O_RDONLY | O_CLOEXEC);
     struct stat st;
     if (mFd >= 0 && fstat(mFd, &st) == 0) mLength = st.st_size;
+    if (mLength > 0 && S_ISREG(st.st_mode)) {
+        void *map = mmap(nullptr, (size_t)mLength, PROT_READ, MAP_PRIVATE, mFd, 0);
+        if (map != MAP_FAILED) mMap = static_cast<const uint8_t *>(map);
+    }
     mWrapper.readAt = wrapReadAt;
     mWrapper.getSize = wrapGetSize;
     mWrapper.flags = wrapFlags;
@@ -35,12 +41,19 @@ FileSource::FileSource(const char *path) : mFd(-1), mLength(-1) {
 }
 
 FileSource::~FileSource() {
+    if (mMap != nullptr) munmap(const_cast<uint8_t *>(mMap), (size_t)mLength);
     if (mFd >= 0) ::close(mFd);
 }
 
 ssize_t FileSource::readAt(off64_t offset, void *data, size_t size) {
     if (mFd < 0) return NO_INIT;
     if (offset < 0) return UNKNOWN_ERROR;
+    if (mMap != nullptr) {
+        if (offset >= mLength) return 0;
+        const size_t n = size < (size_t)(mLength - offset) ? size : (size_t)(mLength - offset);
+        memcpy(data, mMap + offset, n);
+        return (ssize_t)n;
+    }
     size_t done = 0;
     while (done < size) {
         ssize_t n = ::pread64(mFd, static_cast<char *>(data) + done, size - done, offset + (off64_t)done);

@@ -1,4 +1,6 @@
-// A data source over a local file, handed to plug-ins as a CDataSource.
+// A data source over a local file, handed to plug-ins as a CDataSource. Like
+// the platform's caching sources it makes small reads cheap: the file is
+// mapped, and a read is a copy (pread when the file cannot be mapped).
 #ifndef HOST_FILE_SOURCE_H_
 #define HOST_FILE_SOURCE_H_
 
@@ -26,6 +28,7 @@ public:
 private:
     int mFd;
     off64_t mLength;
+    const uint8_t *mMap;
     CDataSource mWrapper;
 };
 
