@@ -40,6 +40,17 @@ int32_t read_number(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint64_t size, uint64_t *
     return 0;
 }
 
+// Top-level elements of a Segment other than Cluster.
+bool is_top_level(uint32_t id) {
+    switch (id) {
+        case QMKVD_ID_SEEKHEAD: case QMKVD_ID_INFO: case QMKVD_ID_TRACKS: case QMKVD_ID_CUES:
+        case QMKVD_ID_ATTACHMENTS: case QMKVD_ID_CHAPTERS: case QMKVD_ID_TAGS:
+            return true;
+        default:
+            return false;
+    }
+}
+
 // Where the search for the next Cluster starts: the end of the current one,
 // or, when its size runs past the file (live recordings write the unknown
 // size), where its blocks ran out.
@@ -63,10 +74,17 @@ int32_t find_next_cluster(qmkvds *s) {
         const int64_t before = getpos(mfal, fp);
         uint32_t id;
         uint64_t size;
-        if (qmkvd_ebml_get_id_len64(mfal, fp, &id, &size) == 0 && id == QMKVD_ID_CLUSTER) {
+        const bool read = qmkvd_ebml_get_id_len64(mfal, fp, &id, &size) == 0;
+        if (read && id == QMKVD_ID_CLUSTER) {
             s->cluster.parse_start = getpos(mfal, fp);
             s->cluster.parse_size = size;
             if (parse_cluster(mfal, fp, &s->cluster) == 0) return 0;
+        } else if (read && is_top_level(id)) {
+            // A Cues or Tags element after the last Cluster holds no Cluster:
+            // going over it header by header would cost a read per entry.
+            const int64_t end = qmkvd_end_of(getpos(mfal, fp), size);
+            const int64_t file_size = s->demux->file_size;
+            if (file_size > 0 && end <= file_size) mfal->setpos(fp, &end);
         }
         // Element bodies are not skipped: the scan walks into anything that
         // is not a Cluster, so it also crosses damage.

@@ -164,7 +164,8 @@ int32_t qmkvds_get_frm_onebyone(qmkvds *s, uint8_t *buf, uint32_t buf_size, uint
         if (key != nullptr) *key = (s->block.flags & 0x80) ? 1 : 0;
     } else {
         s->prev_lace_count = s->lace_last + 1;
-        memset(s->lace_sizes, 0, sizeof(s->lace_sizes));
+        // Only the sizes the previous block used can be non-zero.
+        memset(s->lace_sizes, 0, sizeof(s->lace_sizes[0]) * (size_t)(s->lace_last + 1));
         s->lace_last = 0;
         s->lace_left = 0;
         s->lace_duration = 0;

@@ -134,6 +134,8 @@ private:
     qmkvds *mHandle;
     int64_t mLastTimeUs;
     bool mStarted;
+    int32_t mBitsPerSample;  // -1 when the format has none
+    int32_t mPcmEncoding;
 };
 
 }  // namespace android

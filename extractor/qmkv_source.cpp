@@ -64,7 +64,9 @@ QMKVSource::QMKVSource(AMediaFormat *format, DataSourceHelper *source, const sp<
       mCodec(0),
       mHandle(nullptr),
       mLastTimeUs(0),
-      mStarted(false) {
+      mStarted(false),
+      mBitsPerSample(-1),
+      mPcmEncoding(kEncoding16) {
     pthread_mutex_init(&mLock, nullptr);
     AMediaFormat_copy(mFormat, format);
     const qmkvd_format &f = mDSF->mFormat;
@@ -118,6 +120,12 @@ media_status_t QMKVSource::start() {
     int32_t max_size = 0;
     QMKV_CHECK(AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_MAX_INPUT_SIZE, &max_size), 1379);
     mBufferGroup->add_buffer((size_t)max_size);
+    // What every read asks of the format, looked up once: the format is
+    // this source's own copy and does not change.
+    mBitsPerSample = -1;
+    AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_BITS_PER_SAMPLE, &mBitsPerSample);
+    mPcmEncoding = kEncoding16;
+    AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_PCM_ENCODING, &mPcmEncoding);
     mStarted = true;
     return AMEDIA_OK;
 }
@@ -136,13 +144,11 @@ media_status_t QMKVSource::getFormat(AMediaFormat *format) {
 }
 
 size_t QMKVSource::convertPcm(uint8_t *data, size_t len, size_t capacity) {
-    int32_t bits = 0;
-    if (mStreamType != QMKVD_TRACK_AUDIO || !AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_BITS_PER_SAMPLE, &bits))
-        return len;
+    const int32_t bits = mBitsPerSample;
+    if (mStreamType != QMKVD_TRACK_AUDIO || bits < 0) return len;
     const uint32_t codec = (uint32_t)mCodec;
     if (codec == kLpcm) swapToLittleEndian(data, len, bits);
-    int32_t encoding = kEncoding16;
-    AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_PCM_ENCODING, &encoding);
+    const int32_t encoding = mPcmEncoding;
     // Widening conversions grow the data: never past the buffer.
     auto fit = [capacity](size_t samples, size_t outBytes) {
         return samples * outBytes <= capacity ? samples : capacity / outBytes;
