@@ -62,14 +62,14 @@ Step rewrite(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint8_t *out, int32_t in_size, i
 
         if (done + 4 + n > limit) return Step::kTooSmall;
 
+        // An empty unit needs neither a read nor a skip; the descriptor's
+        // skip refuses a distance of 0, and measuring must agree with writing.
         if (n > 0) {
             if (out != nullptr) {
                 if (mfal->read(fp, out, (int32_t)n) != (int32_t)n) return Step::kMalformed;
                 out += n;
-            } else {
-                // Zero-length units are not skipped at all: the descriptor's
-                // skip only goes forwards by at least one byte.
-                if (mfal->skip(fp, &n) != 0) return Step::kMalformed;
+            } else if (mfal->skip(fp, &n) != 0) {
+                return Step::kMalformed;
             }
         }
         remaining -= n;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <android/log.h>
+#include <host/CallingUid.h>
 #include <host/ExtractorHost.h>
 #include <host/FormatEntries.h>
 #include <media/MediaExtractorPluginHelper.h>
@@ -231,8 +232,15 @@ int fuzzCore(const uint8_t *data, size_t size) {
     std::vector<OpenStream> streams((size_t)tracks);
     for (int32_t i = 0; i < tracks; ++i) {
         int32_t e = 0;
-        streams[(size_t)i].s = qmkvds_open(inst, i, &e);
-        if (streams[(size_t)i].s != nullptr) queryCodecConfig(inst, streams[(size_t)i].s, i);
+        qmkvds *s = streams[(size_t)i].s = qmkvds_open(inst, i, &e);
+        if (s == nullptr) continue;
+        queryCodecConfig(inst, s, i);
+        qmkvd_info_vid vid;
+        if (qmkvds_get_info_vid(s, &vid) == 0) touchColour(vid.colour);
+        qmkvd_info_aud aud;
+        if (qmkvds_get_info_aud(s, &aud) == 0 && aud.name_length > 0) touch(aud.name, (size_t)aud.name_length);
+        qmkvd_info_txt txt;
+        if (qmkvds_get_info_txt(s, &txt) == 0 && txt.name_length > 0) touch(txt.name, (size_t)txt.name_length);
     }
     for (bool any = true; any && budget > 0;) {
         any = false;
@@ -354,6 +362,9 @@ struct Formats {
 
 int fuzzPlugin(const uint8_t *data, size_t size) {
     BytesSource bytes(data, size);
+    // The media server's uid gets float PCM for deep audio; any other the
+    // integer kinds.
+    HostCallingUidScope uid(size > 2 && (data[size - 3] & 1) ? 1013 : 10000);
     qmkvhost::SniffResult sniffed = plugin()->sniff(bytes.source());
     if (!sniffed) return 0;
     std::unique_ptr<Extractor> ex = plugin()->create(bytes.source(), sniffed);

@@ -38,10 +38,15 @@ cc=clang-14 cxx=clang++-14
 command -v "$cxx" >/dev/null || { cc=clang; cxx=clang++; }
 
 echo "fuzz: building into $dir"
-CC=$cc CXX=$cxx cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQMKV_FUZZ=ON -DQMKV_TESTS=OFF >/dev/null
+mkdir -p "$dir"
 build_targets=()
 for t in $targets; do build_targets+=(--target "fuzz_$t"); done
-cmake --build "$dir" -j"$(nproc)" "${build_targets[@]}" >/dev/null
+if ! { CC=$cc CXX=$cxx cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQMKV_FUZZ=ON -DQMKV_TESTS=OFF &&
+       cmake --build "$dir" -j"$(nproc)" "${build_targets[@]}"; } >"$dir/build.log" 2>&1; then
+  tail -40 "$dir/build.log" >&2
+  echo "fuzz: build failed (all of it in $dir/build.log)" >&2
+  exit 1
+fi
 
 # Seeds: the committed crafted ones (fuzz/seeds/), tiny real files made once
 # per build directory, the test corpus when a test run has made it, and the

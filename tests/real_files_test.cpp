@@ -63,23 +63,6 @@ bool isAudioOnly(const AvFile &av) {
     return true;
 }
 
-// libavformat hands AVC/HEVC frames over length-prefixed; ours are in
-// start-code form.
-std::vector<uint8_t> toStartCodes(const std::vector<uint8_t> &in, uint32_t nalLengthSize) {
-    std::vector<uint8_t> out;
-    size_t i = 0;
-    while (i + nalLengthSize <= in.size()) {
-        uint32_t len = 0;
-        for (uint32_t k = 0; k < nalLengthSize; ++k) len = (len << 8) | in[i + k];
-        i += nalLengthSize;
-        const size_t n = std::min<size_t>(len, in.size() - i);
-        out.insert(out.end(), {0, 0, 0, 1});
-        out.insert(out.end(), in.begin() + (long)i, in.begin() + (long)(i + n));
-        i += n;
-    }
-    return out;
-}
-
 class RealFile : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(RealFile, OpensWithTheTracksLibavformatSees) {

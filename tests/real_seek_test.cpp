@@ -13,21 +13,6 @@ using namespace qmkv_test;
 
 namespace {
 
-std::vector<uint8_t> toStartCodes(const std::vector<uint8_t> &in, uint32_t n) {
-    std::vector<uint8_t> out;
-    size_t i = 0;
-    while (i + n <= in.size()) {
-        uint32_t len = 0;
-        for (uint32_t k = 0; k < n; ++k) len = (len << 8) | in[i + k];
-        i += n;
-        const size_t take = std::min<size_t>(len, in.size() - i);
-        out.insert(out.end(), {0, 0, 0, 1});
-        out.insert(out.end(), in.begin() + (long)i, in.begin() + (long)(i + take));
-        i += take;
-    }
-    return out;
-}
-
 struct Seeked {
     int32_t result;
     int64_t found = 0;

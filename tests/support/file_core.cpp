@@ -1,5 +1,7 @@
 #include "tests/support/file_core.h"
 
+#include <algorithm>
+
 #include "demux/qmkvds.h"
 
 namespace qmkv_test {
@@ -35,6 +37,21 @@ std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last) {
     }
     if (last != nullptr) *last = r;
     return frames;
+}
+
+std::vector<uint8_t> toStartCodes(const std::vector<uint8_t> &in, uint32_t nalLengthSize) {
+    std::vector<uint8_t> out;
+    size_t i = 0;
+    while (i + nalLengthSize <= in.size()) {
+        uint32_t len = 0;
+        for (uint32_t k = 0; k < nalLengthSize; ++k) len = (len << 8) | in[i + k];
+        i += nalLengthSize;
+        const size_t n = std::min<size_t>(len, in.size() - i);
+        out.insert(out.end(), {0, 0, 0, 1});
+        out.insert(out.end(), in.begin() + (long)i, in.begin() + (long)(i + n));
+        i += n;
+    }
+    return out;
 }
 
 }  // namespace qmkv_test

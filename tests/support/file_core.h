@@ -39,6 +39,10 @@ struct CoreFrame {
 // code that ended the stream.
 std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last = nullptr);
 
+// A length-prefixed AVC/HEVC frame (as libavformat hands it over) in the
+// start-code form the core delivers.
+std::vector<uint8_t> toStartCodes(const std::vector<uint8_t> &in, uint32_t nalLengthSize);
+
 }  // namespace qmkv_test
 
 #endif  // QMKV_TEST_FILE_CORE_H_
