@@ -147,7 +147,7 @@ int32_t is_key_frame(qmkvds *s, qcmn_media_type type, uint32_t frame_size, bool 
     while (remaining > (int64_t)s->nal_length_size) {
         uint8_t len_bytes[4];
         const uint32_t from_prefix = first ? k : 0;
-        memcpy(len_bytes, s->comp_settings, from_prefix);
+        if (from_prefix > 0) memcpy(len_bytes, s->comp_settings, from_prefix);
         if (!read_exact(s, len_bytes + from_prefix, s->nal_length_size - from_prefix)) return QMKVD_ERR_READ;
         first = false;
         remaining -= s->nal_length_size;

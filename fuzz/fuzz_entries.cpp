@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <android/log.h>
@@ -71,14 +72,23 @@ struct Exact {
 };
 
 // Tags from QMKV_FUZZ_AVOID (comma-separated): input patterns a campaign
-// steers around while a failure they trigger waits for its fix.
-bool avoid(const char *tag) {
-    static const char *list = getenv("QMKV_FUZZ_AVOID");
-    if (list == nullptr) return false;
-    const size_t n = strlen(tag);
-    for (const char *p = list; (p = strstr(p, tag)) != nullptr; p += n)
-        if ((p == list || p[-1] == ',') && (p[n] == '\0' || p[n] == ',')) return true;
-    return false;
+// steers around while a failure they trigger waits for its fix. Read once,
+// so that the comparisons do not feed the fuzzer's dictionary.
+enum Avoid : uint32_t { kEarlyRelease = 1, kZeroCapacity = 2 };
+
+uint32_t avoidedOnce() {
+    const char *list = getenv("QMKV_FUZZ_AVOID");
+    if (list == nullptr) return 0;
+    const std::string all = std::string(",") + list + ",";
+    uint32_t mask = 0;
+    if (all.find(",early-release,") != std::string::npos) mask |= kEarlyRelease;
+    if (all.find(",zero-capacity,") != std::string::npos) mask |= kZeroCapacity;
+    return mask;
+}
+
+bool avoid(Avoid what) {
+    static const uint32_t mask = avoidedOnce();
+    return (mask & what) != 0;
 }
 
 uint64_t readU64(const uint8_t *data, size_t size, size_t at) {
@@ -173,7 +183,7 @@ int32_t readSized(qmkvds *s) {
     if (r != 0) return r;
     if (size > (uint32_t)kMaxAlloc) return -1;
     // An empty frame is read into a buffer said to hold nothing.
-    const uint32_t cap = size == 0 && avoid("zero-capacity") ? 1 : size;
+    const uint32_t cap = size == 0 && avoid(kZeroCapacity) ? 1 : size;
     Exact buf(cap);
     uint32_t got = 0;
     r = qmkvds_get_frm(s, buf.p, cap, &got, &pts, &end, &key);
@@ -236,10 +246,13 @@ int fuzzCore(const uint8_t *data, size_t size) {
         if (s == nullptr) continue;
         queryCodecConfig(inst, s, i);
         qmkvd_info_vid vid;
+        memset(&vid, 0, sizeof(vid));
         if (qmkvds_get_info_vid(s, &vid) == 0) touchColour(vid.colour);
         qmkvd_info_aud aud;
+        memset(&aud, 0, sizeof(aud));
         if (qmkvds_get_info_aud(s, &aud) == 0 && aud.name_length > 0) touch(aud.name, (size_t)aud.name_length);
         qmkvd_info_txt txt;
+        memset(&txt, 0, sizeof(txt));
         if (qmkvds_get_info_txt(s, &txt) == 0 && txt.name_length > 0) touch(txt.name, (size_t)txt.name_length);
     }
     for (bool any = true; any && budget > 0;) {
@@ -389,7 +402,7 @@ int fuzzPlugin(const uint8_t *data, size_t size) {
     std::vector<std::unique_ptr<Track>> tracks;
     for (size_t i = 0; i < count; ++i) tracks.push_back(ex->getTrack(i));
     // The plug-in keeps what its tracks need alive past the extractor.
-    if (!avoid("early-release") && size > 1 && (data[size - 2] & 1)) ex.reset();
+    if (!avoid(kEarlyRelease) && size > 1 && (data[size - 2] & 1)) ex.reset();
 
     std::vector<bool> started(tracks.size(), false);
     for (size_t i = 0; i < tracks.size(); ++i) {

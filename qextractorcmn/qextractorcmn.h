@@ -1,6 +1,6 @@
 // The common extractor helpers the plug-in calls for codec configuration
 // and device capabilities: video configuration parsing, the device's
-// multimedia specification, and AAC configuration parsing. Plain C
+// multimedia capabilities, and AAC configuration parsing. Plain C
 // functions with C linkage; none of them throws, and every read stays
 // within the caller's `size` bytes.
 #ifndef QEXTRACTORCMN_QEXTRACTORCMN_H_
@@ -71,7 +71,7 @@ QCMN_LAYOUT_ASSERT(offsetof(qvid_config_in, fourcc) == sizeof(void *) + 4, "code
 QCMN_API int32_t qvid_config_parser(const qvid_config_in *in, qvid_config_out *out);
 
 // ---------------------------------------------------------------------------
-// Device multimedia specification
+// Device multimedia capabilities
 
 #define QVID_MMSPEC_QUERY_SUPPORTED 100  // out: int32_t, 1 supported / 0 not
 #define QVID_MMSPEC_QUERY_MAX_DIMS 101   // out: qvid_mm_max_dims

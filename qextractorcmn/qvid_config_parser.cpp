@@ -1,5 +1,5 @@
 // Entry point of the video configuration parsers and the table of codec
-// families that it shares with the device specification.
+// families that it shares with the device capability query.
 #include <string.h>
 
 #include "qextractorcmn/qcmn_vcodec.h"

@@ -1,4 +1,4 @@
-// The device's multimedia specification: which video codecs it decodes and
+// The device's multimedia capabilities: which video codecs it decodes and
 // up to what frame size, from a compiled-in profile or a text file.
 #include <android/log.h>
 #include <stdio.h>
