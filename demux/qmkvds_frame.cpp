@@ -126,12 +126,15 @@ void set_times(int64_t pts, int64_t end, int64_t *pts_out, int64_t *end_out) {
 // Rewrites (or, with `out` null, measures) one NAL-prefixed frame of
 // `in_size` bytes at the file position.
 int32_t rewrite_nal(qmkvds *s, uint8_t *out, uint32_t in_size, uint32_t out_cap, uint32_t *out_size) {
+    // The rewriter takes a capacity below 1 as "no bound": a real buffer
+    // must never be passed that way.
+    if (out != nullptr && out_cap == 0) return QMKVD_ERR_BUFFER;
+    const int32_t cap = out_cap > (uint32_t)INT32_MAX ? INT32_MAX : (int32_t)out_cap;
     if (header_stripped(s)) {
-        return modify_nal_header3(s->mfal, s->file, out, (int32_t)in_size, (int32_t)out_cap, s->nal_length_size,
-                                  out_size, s->comp_settings_size, s->comp_settings);
+        return modify_nal_header3(s->mfal, s->file, out, (int32_t)in_size, cap, s->nal_length_size, out_size,
+                                  s->comp_settings_size, s->comp_settings);
     }
-    return modify_nal_header2(s->mfal, s->file, out, (int32_t)in_size, (int32_t)out_cap, s->nal_length_size,
-                              out_size);
+    return modify_nal_header2(s->mfal, s->file, out, (int32_t)in_size, cap, s->nal_length_size, out_size);
 }
 
 // Copies one frame (with the stripped header put back) into buf.
