@@ -66,9 +66,11 @@ GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(FuzzRegression);
 
 TEST(FuzzRegressions, EveryFolderNamesATarget) {
     std::error_code ec;
-    for (const fs::directory_entry &dir : fs::directory_iterator(QMKV_FUZZ_REGRESSIONS_DIR, ec))
-        if (dir.is_directory())
+    for (const fs::directory_entry &dir : fs::directory_iterator(QMKV_FUZZ_REGRESSIONS_DIR, ec)) {
+        if (dir.is_directory()) {
             EXPECT_NE(nullptr, qmkv_fuzz::entryByName(dir.path().filename().c_str())) << dir.path();
+        }
+    }
     EXPECT_FALSE(ec) << ec.message();
 }
 
