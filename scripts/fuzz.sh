@@ -114,7 +114,7 @@ run_target() {  # NAME
     [ -f "$f" ] || continue
     if ! env -u QMKV_FUZZ_AVOID "$bin" "${opts[@]}" "$f" >>"$log.replay" 2>&1; then
       echo "fuzz: $t: regression input $f fails" >&2
-      grep -m2 -E 'ERROR: |runtime error|broken promise|CHECK' "$log.replay" | tail -1 >&2 || true
+      grep -a -m2 -E 'ERROR: |runtime error|broken promise|CHECK' "$log.replay" | tail -1 >&2 || true
       rc=1
     fi
   done
@@ -146,17 +146,17 @@ printf '%-12s %10s %8s %7s %7s %7s\n' target execs exec/s cov ft corpus
 for t in $targets; do
   log="$dir/logs/fuzz_$t.log"
   [ -f "$log" ] || continue
-  last=$(grep -E '^#[0-9]+.*cov: ' "$log" | tail -1 || true)
+  last=$(grep -a -E '^#[0-9]+.*cov: ' "$log" | tail -1 || true)
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
   rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log" | tail -1)
   cov=$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$last")
   ft=$(sed -n 's/.* ft: \([0-9]*\).*/\1/p' <<<"$last")
   units=$(sed -n 's/.* corp: \([0-9]*\)\/.*/\1/p' <<<"$last")
   printf '%-12s %10s %8s %7s %7s %7s\n' "fuzz_$t" "${execs:-?}" "${rate:-?}" "${cov:-?}" "${ft:-?}" "${units:-?}"
-  if grep -qE '^==[0-9]+==ERROR|runtime error|deadly signal|Test unit written' "$log"; then
+  if grep -aqE '^==[0-9]+==ERROR|runtime error|deadly signal|Test unit written' "$log"; then
     status=1
     echo "fuzz: fuzz_$t found a failure:" >&2
-    grep -m5 -E 'ERROR|runtime error|SUMMARY|Test unit written' "$log" >&2 || true
+    grep -a -m5 -E 'ERROR|runtime error|SUMMARY|Test unit written' "$log" >&2 || true
   fi
 done
 [ $status -eq 0 ] && echo "fuzz: all targets clean" || echo "fuzz: FAILED (inputs under $dir/artifacts/)" >&2
