@@ -18,6 +18,15 @@ void copy_language(char out[4], const char *language) {
     out[n] = '\0';
 }
 
+// Language and name, as audio and subtitle records both carry them.
+template <typename Info>
+void describe_text(const qmkvd_track &t, Info *info) {
+    copy_language(info->language, t.language);
+    info->name_encoding = QMKVD_STRING_UTF8;
+    info->name_length = (int32_t)strlen(t.name);
+    info->name = t.name;
+}
+
 int32_t check_stream(const qmkvds *s) {
     if (s == nullptr || s->magic != QMKVDS_MAGIC) return QMKVD_ERR_ARGUMENT;
     if (s->opened != 1) return QMKVD_ERR_NOT_OPEN;
@@ -60,10 +69,7 @@ int32_t qmkvd_get_info_aud(qmkvd *h, int32_t index, qmkvd_info_aud *info) {
     info->channels = (int32_t)t.audio.channels;
     info->valid = 1;
     info->media_type = qcmn_fcc2mt_aud((int32_t)s->codec_type);
-    copy_language(info->language, t.language);
-    info->name_encoding = QMKVD_STRING_UTF8;
-    info->name_length = (int32_t)strlen(t.name);
-    info->name = t.name;
+    describe_text(t, info);
     info->seek_pre_roll = t.seek_pre_roll;
     info->codec_delay = t.codec_delay;
     return 0;
@@ -78,10 +84,7 @@ int32_t qmkvd_get_info_txt(qmkvd *h, int32_t index, qmkvd_info_txt *info) {
     info->fourcc = s->codec_type;
     info->valid = 1;
     info->media_type = qcmn_fcc2mt_sub((int32_t)s->codec_type);
-    copy_language(info->language, t.language);
-    info->name_encoding = QMKVD_STRING_UTF8;
-    info->name_length = (int32_t)strlen(t.name);
-    info->name = t.name;
+    describe_text(t, info);
     return 0;
 }
 
