@@ -71,26 +71,6 @@ struct Exact {
     size_t size;
 };
 
-// Tags from QMKV_FUZZ_AVOID (comma-separated): input patterns a campaign
-// steers around while a failure they trigger waits for its fix. Read once,
-// so that the comparisons do not feed the fuzzer's dictionary.
-enum Avoid : uint32_t { kEarlyRelease = 1, kZeroCapacity = 2 };
-
-uint32_t avoidedOnce() {
-    const char *list = getenv("QMKV_FUZZ_AVOID");
-    if (list == nullptr) return 0;
-    const std::string all = std::string(",") + list + ",";
-    uint32_t mask = 0;
-    if (all.find(",early-release,") != std::string::npos) mask |= kEarlyRelease;
-    if (all.find(",zero-capacity,") != std::string::npos) mask |= kZeroCapacity;
-    return mask;
-}
-
-bool avoid(Avoid what) {
-    static const uint32_t mask = avoidedOnce();
-    return (mask & what) != 0;
-}
-
 uint64_t readU64(const uint8_t *data, size_t size, size_t at) {
     uint64_t v = 0;
     for (size_t i = 0; i < 8 && at + i < size; ++i) v = (v << 8) | data[at + i];
@@ -183,12 +163,11 @@ int32_t readSized(qmkvds *s) {
     if (r != 0) return r;
     if (size > (uint32_t)kMaxAlloc) return -1;
     // An empty frame is read into a buffer said to hold nothing.
-    const uint32_t cap = size == 0 && avoid(kZeroCapacity) ? 1 : size;
-    Exact buf(cap);
+    Exact buf(size);
     uint32_t got = 0;
-    r = qmkvds_get_frm(s, buf.p, cap, &got, &pts, &end, &key);
+    r = qmkvds_get_frm(s, buf.p, size, &got, &pts, &end, &key);
     if (r == 0) {
-        if (got > cap) broken("qmkvds_get_frm delivered more than the buffer holds");
+        if (got > size) broken("qmkvds_get_frm delivered more than the buffer holds");
         touch(buf.p, got);
     }
     return r;
@@ -402,7 +381,7 @@ int fuzzPlugin(const uint8_t *data, size_t size) {
     std::vector<std::unique_ptr<Track>> tracks;
     for (size_t i = 0; i < count; ++i) tracks.push_back(ex->getTrack(i));
     // The plug-in keeps what its tracks need alive past the extractor.
-    if (!avoid(kEarlyRelease) && size > 1 && (data[size - 2] & 1)) ex.reset();
+    if (size > 1 && (data[size - 2] & 1)) ex.reset();
 
     std::vector<bool> started(tracks.size(), false);
     for (size_t i = 0; i < tracks.size(); ++i) {

@@ -21,12 +21,6 @@ int fuzzConfig(const uint8_t *data, size_t size);
 // The EBML readers over memory and through the file-access layer.
 int fuzzEbml(const uint8_t *data, size_t size);
 
-// A campaign can steer around a failure that waits for its fix with
-// QMKV_FUZZ_AVOID, a comma-separated list of:
-//   early-release   fuzz_plugin keeps the extractor until its tracks are gone
-//   zero-capacity   fuzz_core reads an empty frame into a 1-byte buffer
-// Regression replays run with nothing avoided.
-
 // The entry of a target by its binary's name ("fuzz_core", ...), or null.
 Entry entryByName(const char *name);
 

@@ -22,10 +22,5 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) { return gEntry(data, size); }
 
-// The host library and the plug-in both define the vendor's format-key
-// strings (identical values, as libmediandk and the plug-in would on a
-// device); level 1 still reports definitions that disagree in size.
-extern "C" const char *__asan_default_options() { return "detect_odr_violation=1"; }
-
 // Any undefined behaviour not listed in a suppression file ends the run.
 extern "C" const char *__ubsan_default_options() { return "halt_on_error=1:print_stacktrace=1"; }
