@@ -6,6 +6,7 @@
 #include "demux/qmkvd_parse.h"
 #include "demux/qmkvd_time.h"
 #include "demux/qmkvd_walk.h"
+#include "demux/qmkvd_window.h"
 
 namespace {
 
@@ -26,17 +27,132 @@ const int64_t kSubtitleGapLimit = 5000000;
 // How far the search for the next Cluster looks past a damaged one.
 const int64_t kClusterScanLimit = 20 * 1024 * 1024;
 const int32_t kClusterScanAttempts = 9999998;
+// Longest element header: a 4-byte ID and an 8-byte size.
+const uint32_t kMaxHeader = 12;
 
-int64_t getpos(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp) {
-    int64_t pos = 0;
-    mfal->getpos(fp, &pos);
-    return pos;
+// An element header at `pos` from the window: its ID, size and data
+// position. On failure *data is where a byte-by-byte reader would have
+// stopped (past the bytes it had to take to see the fault), so that scans
+// over damage resume where they always have.
+bool header_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint32_t *id, uint64_t *size,
+               int64_t *data) {
+    *data = pos;
+    uint32_t avail = 0;
+    const uint8_t *p = qmkvd_window_at(w, mfal, fp, pos, kMaxHeader, &avail);
+    if (p == nullptr) return false;
+    const int32_t n = qmkvd_ebml_get_id_len64_buff(p, (int32_t)avail, id, size);
+    if (n >= 0) {
+        *data = pos + n;
+        return true;
+    }
+    const int32_t id_extra = qmkvd_get_clz(p[0]);
+    uint32_t consumed = avail;  // cut off by the end of the file
+    if (p[0] == 0 || id_extra > 3) {
+        consumed = 1;
+    } else if (avail >= (uint32_t)id_extra + 2 && p[id_extra + 1] == 0) {
+        consumed = (uint32_t)id_extra + 2;  // a size longer than 8 bytes
+    }
+    *data = pos + consumed;
+    return false;
 }
 
-int32_t read_number(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint64_t size, uint64_t *value) {
-    uint8_t bytes[8];
-    if (size < 1 || size > 8 || mfal->read(fp, bytes, (int32_t)size) != (int32_t)size) return -1;
-    *value = qmkvd_b2v_u64(bytes, (int32_t)size);
+// A big-endian number of 1..8 bytes at `pos`; *stop is past what was read.
+bool number_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint64_t size, uint64_t *value,
+               int64_t *stop) {
+    *stop = pos;
+    if (size < 1 || size > 8) return false;
+    uint32_t avail = 0;
+    const uint8_t *p = qmkvd_window_at(w, mfal, fp, pos, (uint32_t)size, &avail);
+    if (p == nullptr) return false;
+    if (avail < size) {
+        *stop = pos + avail;
+        return false;
+    }
+    *value = qmkvd_b2v_u64(p, (int32_t)size);
+    *stop = pos + (int64_t)size;
+    return true;
+}
+
+// The Cluster's leading children up to its first block, read through `w`.
+// *stop is where the reading ended.
+int32_t cluster_head(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster, int64_t *stop) {
+    const int64_t end = qmkvd_end_of(cluster->parse_start, cluster->parse_size);
+    int64_t pos = cluster->parse_start;
+    *stop = pos;
+    if (end <= cluster->parse_start) return 0;
+    for (;;) {
+        const int64_t start = pos;
+        uint32_t id;
+        uint64_t size;
+        int64_t data;
+        const bool ok = header_at(w, mfal, fp, start, &id, &size, &data);
+        *stop = data;
+        if (!ok) return -1;
+        if (size < 1) {
+            if (end <= data) return 0;
+            pos = data;
+            continue;
+        }
+        uint64_t *number = nullptr;
+        switch (id) {
+            case ID_BLOCK_GROUP:
+                cluster->first_group_size = (uint32_t)size;
+                cluster->next_block_pos = start;
+                return 0;
+            case ID_SIMPLE_BLOCK:
+                cluster->first_simple_size = (uint32_t)size;
+                cluster->next_block_pos = start;
+                return 0;
+            case ID_POSITION: number = &cluster->position; break;
+            case ID_PREV_SIZE: number = &cluster->prev_size; break;
+            case ID_TIMECODE: number = &cluster->timecode; break;
+            default: break;
+        }
+        if (number != nullptr && !number_at(w, mfal, fp, data, size, number, stop)) return -1;
+        pos = qmkvd_end_of(data, size);
+        if (pos >= end) return 0;
+        *stop = pos;
+    }
+}
+
+// The block element at next_block_pos, its headers read through `w`.
+int32_t read_block_element(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block,
+                           qmkvd_cluster *cluster, int32_t read_all_children) {
+    uint32_t id;
+    uint64_t size;
+    int64_t data;
+    if (!header_at(w, mfal, fp, cluster->next_block_pos, &id, &size, &data)) return -1;
+    if (id == ID_SIMPLE_BLOCK) {
+        block->data_pos = data;
+        block->data_size = size;
+        cluster->next_block_pos = qmkvd_end_of(data, size);
+        return 0;
+    }
+    if (id != ID_BLOCK_GROUP) return -1;
+    const int64_t end = qmkvd_end_of(data, size);
+    cluster->next_block_pos = end;
+    int64_t pos = data;
+    while (pos < end) {
+        uint32_t child_id;
+        uint64_t child_size;
+        int64_t child_data;
+        if (!header_at(w, mfal, fp, pos, &child_id, &child_size, &child_data)) return -1;
+        if (child_id == ID_BLOCK_DURATION && child_size < 9) {
+            uint64_t duration = 0;
+            if (child_size > 0) {
+                uint32_t avail = 0;
+                const uint8_t *p = qmkvd_window_at(w, mfal, fp, child_data, (uint32_t)child_size, &avail);
+                if (p == nullptr || avail < child_size) return -1;
+                duration = qmkvd_b2v_u64(p, (int32_t)child_size);
+            }
+            block->block_duration = (uint32_t)duration;
+        } else if (child_id == ID_BLOCK) {
+            block->data_pos = child_data;
+            block->data_size = child_size;
+            if (!read_all_children) return 0;
+        }
+        pos = qmkvd_end_of(child_data, child_size);
+    }
     return 0;
 }
 
@@ -68,110 +184,59 @@ int32_t find_next_cluster(qmkvds *s) {
     QCMN_MFAL *mfal = s->mfal;
     QCMN_MFAL_FP *fp = s->file;
     int64_t pos = search_start(s);
-    mfal->setpos(fp, &pos);
     const int64_t limit = qmkvd_end_of(pos, kClusterScanLimit);
     for (int32_t attempt = 0;; ++attempt) {
-        const int64_t before = getpos(mfal, fp);
+        const int64_t before = pos;
         uint32_t id;
         uint64_t size;
-        const bool read = qmkvd_ebml_get_id_len64(mfal, fp, &id, &size) == 0;
+        int64_t data;
+        const bool read = header_at(&s->window, mfal, fp, pos, &id, &size, &data);
+        pos = data;
         if (read && id == QMKVD_ID_CLUSTER) {
-            s->cluster.parse_start = getpos(mfal, fp);
+            s->cluster.parse_start = data;
             s->cluster.parse_size = size;
-            if (parse_cluster(mfal, fp, &s->cluster) == 0) return 0;
+            if (cluster_head(&s->window, mfal, fp, &s->cluster, &pos) == 0) return 0;
         } else if (read && is_top_level(id)) {
             // A Cues or Tags element after the last Cluster holds no Cluster:
             // going over it header by header would cost a read per entry.
-            const int64_t end = qmkvd_end_of(getpos(mfal, fp), size);
+            const int64_t end = qmkvd_end_of(data, size);
             const int64_t file_size = s->demux->file_size;
-            if (file_size > 0 && end <= file_size) mfal->setpos(fp, &end);
+            if (file_size > 0 && end <= file_size) pos = end;
         }
         // Element bodies are not skipped: the scan walks into anything that
         // is not a Cluster, so it also crosses damage.
-        const int64_t now = getpos(mfal, fp);
-        if (now <= before || attempt > kClusterScanAttempts || now >= limit) return 1;
+        if (pos <= before || attempt > kClusterScanAttempts || pos >= limit) {
+            mfal->setpos(fp, &pos);
+            return 1;
+        }
     }
 }
 
 }  // namespace
 
+// Callers outside the frame path get a small window of their own.
 int32_t parse_cluster(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster) {
-    const int64_t end = qmkvd_end_of(cluster->parse_start, cluster->parse_size);
-    int64_t pos = cluster->parse_start;
-    mfal->setpos(fp, &pos);
-    if (end <= cluster->parse_start) return 0;
-    for (;;) {
-        const int64_t start = getpos(mfal, fp);
-        uint32_t id;
-        uint64_t size;
-        if (qmkvd_ebml_get_id_len64(mfal, fp, &id, &size) != 0) return -1;
-        const int64_t data = getpos(mfal, fp);
-        if (size < 1) {
-            if (end <= data) return 0;
-            continue;
-        }
-        switch (id) {
-            case ID_BLOCK_GROUP:
-                cluster->first_group_size = (uint32_t)size;
-                cluster->next_block_pos = start;
-                return 0;
-            case ID_SIMPLE_BLOCK:
-                cluster->first_simple_size = (uint32_t)size;
-                cluster->next_block_pos = start;
-                return 0;
-            case ID_POSITION:
-                if (read_number(mfal, fp, size, &cluster->position) != 0) return -1;
-                break;
-            case ID_PREV_SIZE:
-                if (read_number(mfal, fp, size, &cluster->prev_size) != 0) return -1;
-                break;
-            case ID_TIMECODE:
-                if (read_number(mfal, fp, size, &cluster->timecode) != 0) return -1;
-                break;
-            default:
-                break;
-        }
-        pos = qmkvd_end_of(data, size);
-        if (pos >= end) return 0;
-        mfal->setpos(fp, &pos);
-    }
+    uint8_t bytes[64];
+    qmkvd_window w;
+    qmkvd_window_init(&w, bytes, sizeof(bytes));
+    int64_t stop = 0;
+    const int32_t r = cluster_head(&w, mfal, fp, cluster, &stop);
+    mfal->setpos(fp, &stop);
+    return r;
 }
 
 int32_t parse_cluster_blockgroup(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block, qmkvd_cluster *cluster,
                                  int32_t read_all_children) {
-    mfal->setpos(fp, &cluster->next_block_pos);
-    uint32_t id;
-    uint64_t size;
-    if (qmkvd_ebml_get_id_len64(mfal, fp, &id, &size) != 0) return -1;
-    const int64_t data = getpos(mfal, fp);
-    if (id == ID_SIMPLE_BLOCK) {
-        block->data_pos = data;
-        block->data_size = size;
-        cluster->next_block_pos = qmkvd_end_of(data, size);
-        return 0;
+    uint8_t bytes[64];
+    qmkvd_window w;
+    qmkvd_window_init(&w, bytes, sizeof(bytes));
+    const int32_t r = read_block_element(&w, mfal, fp, block, cluster, read_all_children);
+    if (r == 0) {
+        // Callers read on from the block data.
+        const int64_t at = block->data_size > 0 ? block->data_pos : cluster->next_block_pos;
+        mfal->setpos(fp, &at);
     }
-    if (id != ID_BLOCK_GROUP) return -1;
-    const int64_t end = qmkvd_end_of(data, size);
-    cluster->next_block_pos = end;
-    int64_t pos = data;
-    while (pos < end) {
-        uint32_t child_id;
-        uint64_t child_size;
-        mfal->setpos(fp, &pos);
-        if (qmkvd_ebml_get_id_len64(mfal, fp, &child_id, &child_size) != 0) return -1;
-        const int64_t child_data = getpos(mfal, fp);
-        if (child_id == ID_BLOCK_DURATION && child_size < 9) {
-            uint64_t duration = 0;
-            if (child_size > 0 && read_number(mfal, fp, child_size, &duration) != 0) return -1;
-            block->block_duration = (uint32_t)duration;
-        } else if (child_id == ID_BLOCK) {
-            block->data_pos = child_data;
-            block->data_size = child_size;
-            if (!read_all_children) return 0;
-        }
-        pos = qmkvd_end_of(child_data, child_size);
-    }
-    return 0;
+    return r;
 }
 
 int32_t get_blockgroup(qmkvds *s, qmkvd_block_info *block) {
@@ -185,7 +250,7 @@ int32_t get_blockgroup(qmkvds *s, qmkvd_block_info *block) {
         block->block_duration = 0;
         block->data_pos = 0;
         block->data_size = 0;
-        if (parse_cluster_blockgroup(mfal, fp, block, &s->cluster, 1) != 0) {
+        if (read_block_element(&s->window, mfal, fp, block, &s->cluster, 1) != 0) {
             if (find_next_cluster(s) != 0) return 1;
             // The block a seek aimed at belongs to the Cluster just left; a
             // cue that named no block exactly must not swallow the stream.
@@ -194,11 +259,14 @@ int32_t get_blockgroup(qmkvds *s, qmkvd_block_info *block) {
             continue;
         }
         if (block->data_size == 0) continue;  // a BlockGroup without a Block
-        mfal->setpos(fp, &block->data_pos);
-        uint32_t track_number;
+        qmkvd_cursor c = {&s->window, mfal, fp, block->data_pos};
+        uint64_t track_number;
         uint8_t tc[2];
-        if (qmkvd_ebml_get_len32(mfal, fp, &track_number) != 0 || mfal->read(fp, tc, 2) != 2) return -1;
-        block->track_number = track_number;
+        if (qmkvd_cursor_size(&c, 4, &track_number, nullptr) != 0 || !qmkvd_cursor_byte(&c, &tc[0]) ||
+            !qmkvd_cursor_byte(&c, &tc[1]))
+            return -1;
+        mfal->setpos(fp, &c.pos);
+        block->track_number = (uint32_t)track_number;
         int16_t rel = (int16_t)(uint16_t)((tc[0] << 8) | tc[1]);
         if (s->cluster.timecode == 0 && rel < 0) rel = 0;
         block->rel_timecode = rel;
@@ -211,7 +279,7 @@ int32_t get_blockgroup(qmkvds *s, qmkvd_block_info *block) {
         } else if (t - reference > gap_limit) {
             return s->stream_type == QMKVD_TRACK_SUBTITLE ? 0 : 1;
         }
-        if (track_number != s->track.track_number || s->skip_to_time) continue;
+        if (block->track_number != s->track.track_number || s->skip_to_time) continue;
         return 0;
     }
 }

@@ -315,6 +315,15 @@ typedef struct qmkvd_cluster_node {
     uint32_t size;
 } qmkvd_cluster_node;
 
+// Bytes of the file held in memory for one stream's reads (qmkvd_window.h).
+typedef struct qmkvd_window {
+    int64_t start;       // file position of bytes[0]
+    uint32_t len;        // bytes held
+    uint32_t cap;        // bytes the buffer can hold
+    uint32_t next_fill;  // size of the next fill
+    uint8_t *bytes;
+} qmkvd_window;
+
 struct qmkvd;
 struct qmkvds;
 
@@ -367,6 +376,7 @@ typedef struct qmkvds {
     uint32_t cues_loaded;
     uint32_t use_instance_cues;  // the track has no cues of its own
     qmkvd_cluster_node *cluster_list;
+    qmkvd_window window;  // read-ahead of the frame path, allocated on open
 } qmkvds;
 
 // One open file.

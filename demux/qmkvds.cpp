@@ -8,10 +8,14 @@
 
 #include "demux/qmkvd.h"
 #include "demux/qmkvd_cluster.h"
+#include "demux/qmkvd_window.h"
 
 namespace {
 
 const char kTag[] = "qmkvd";
+
+// Read-ahead per open stream: room for a run of small frames.
+const uint32_t kWindowSize = 16384;
 
 // File-object modes by stream type, for layers that care.
 unsigned long open_mode(uint8_t stream_type) {
@@ -77,12 +81,24 @@ qmkvds *qmkvds_open(qmkvd *demux, int32_t index, int32_t *err) {
         if (err != nullptr) *err = QMKVD_ERR_IMPOSSIBLE;
         return nullptr;
     }
+    uint8_t *window = static_cast<uint8_t *>(malloc(kWindowSize));
+    if (window == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "alloc failed");
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "strm_open() failed");
+        demux->mfal.close(s->file);
+        s->file = nullptr;
+        if (err != nullptr) *err = QMKVD_ERR_IO;
+        return nullptr;
+    }
+    qmkvd_window_init(&s->window, window, kWindowSize);
     memset(&s->cluster, 0, sizeof(s->cluster));
     s->cluster.parse_start = s->cluster.cluster_pos = demux->first_cluster_pos;
     s->cluster.parse_size = s->cluster.cluster_size = demux->first_cluster_size;
     if (parse_cluster(s->mfal, s->file, &s->cluster) != 0) {
         demux->mfal.close(s->file);
         s->file = nullptr;
+        free(window);
+        qmkvd_window_init(&s->window, nullptr, 0);
         return nullptr;
     }
     s->cluster.parse_start = s->cluster.cluster_pos;
@@ -103,6 +119,8 @@ void qmkvds_close(qmkvds *s) {
     }
     s->mfal->close(s->file);
     s->file = nullptr;
+    free(s->window.bytes);
+    qmkvd_window_init(&s->window, nullptr, 0);
     free(s->stream_cues.entries);
     memset(&s->stream_cues, 0, sizeof(s->stream_cues));
     s->cues_loaded = 0;

@@ -11,6 +11,7 @@
 #include "demux/qmkvd_ebml.h"
 #include "demux/qmkvd_nal.h"
 #include "demux/qmkvds.h"
+#include "demux/qmkvd_window.h"
 
 namespace {
 
@@ -31,19 +32,18 @@ int64_t getpos(const qmkvds *s) {
     return pos;
 }
 
-bool read_byte(qmkvds *s, uint8_t *b) { return s->mfal->read(s->file, b, 1) == 1; }
-
 bool header_stripped(const qmkvds *s) {
     return s->comp_algo == QMKVD_COMP_HEADER_STRIPPING && s->comp_settings_size > 0;
 }
 
 enum block_result { BLOCK_OK = 0, BLOCK_END = 1, BLOCK_READ_ERROR = -1, BLOCK_MALFORMED = 2 };
 
-// Reads the lace header after the flags byte into lace_sizes / lace_last.
-block_result read_lacing(qmkvds *s, uint8_t lacing) {
+// Reads the lace header after the flags byte into lace_sizes / lace_last,
+// from the stream's window.
+block_result read_lacing(qmkvds *s, qmkvd_cursor *c, uint8_t lacing) {
     s->lace_last = 0;
     uint8_t count = 0;
-    if (lacing != LACING_NONE && !read_byte(s, &count)) return BLOCK_READ_ERROR;
+    if (lacing != LACING_NONE && !qmkvd_cursor_byte(c, &count)) return BLOCK_READ_ERROR;
     s->lace_last = count;
     uint64_t sum = 0;
     if (lacing == LACING_XIPH) {
@@ -51,32 +51,33 @@ block_result read_lacing(qmkvds *s, uint8_t lacing) {
             uint32_t size = 0;
             uint8_t b;
             do {
-                if (!read_byte(s, &b)) return BLOCK_READ_ERROR;
+                if (!qmkvd_cursor_byte(c, &b)) return BLOCK_READ_ERROR;
                 size += b;
             } while (b == 255);
             s->lace_sizes[i] = size;
             sum += size;
         }
     } else if (lacing == LACING_EBML && count > 0) {
-        uint32_t first;
-        if (qmkvd_ebml_get_len32(s->mfal, s->file, &first) != 0) return BLOCK_READ_ERROR;
-        int64_t size = first;
-        s->lace_sizes[0] = first;
+        uint64_t first;
+        if (qmkvd_cursor_size(c, 4, &first, nullptr) != 0) return BLOCK_READ_ERROR;
+        int64_t size = (int64_t)first;
+        s->lace_sizes[0] = (uint32_t)first;
         sum = first;
         for (int32_t i = 1; i < count; ++i) {
-            uint32_t raw, length;
-            if (qmkvd_ebml_get_len32_rel(s->mfal, s->file, &raw, &length) != 0) return BLOCK_READ_ERROR;
+            uint64_t raw;
+            uint32_t length;
+            if (qmkvd_cursor_size(c, 4, &raw, &length) != 0) return BLOCK_READ_ERROR;
             size += (int64_t)raw - ((1ll << (7 * length - 1)) - 1);
             if (size < 0) return BLOCK_MALFORMED;
             s->lace_sizes[i] = (uint32_t)size;
             sum += (uint64_t)size;
         }
     }
-    const uint64_t header = (uint64_t)(getpos(s) - s->block.data_pos);
+    const uint64_t header = (uint64_t)(c->pos - s->block.data_pos);
     if (header > s->block.data_size || s->block.data_size - header > UINT32_MAX) return BLOCK_MALFORMED;
     const uint64_t payload = s->block.data_size - header;
     s->payload_size = (uint32_t)payload;
-    s->payload_pos = s->block.data_pos + (int64_t)header;
+    s->payload_pos = c->pos;
     if (lacing == LACING_FIXED) {
         for (int32_t i = 0; i <= count; ++i) s->lace_sizes[i] = (uint32_t)(payload / (count + 1u));
     } else {
@@ -106,15 +107,22 @@ int32_t read_new_block(qmkvds *s, uint32_t *key) {
             duration = (int64_t)s->timecode_scale * s->block.block_duration / 100;
         s->block_end = pts + duration;
 
-        if (!read_byte(s, &s->block.flags)) return QMKVD_ERR_READ;
+        qmkvd_cursor c = {&s->window, s->mfal, s->file, getpos(s)};
+        if (!qmkvd_cursor_byte(&c, &s->block.flags)) return QMKVD_ERR_READ;
         if (key != nullptr) *key = (s->block.flags & 0x80) ? 1 : 0;
-        const block_result r = read_lacing(s, s->block.flags & 0x06);
+        const block_result r = read_lacing(s, &c, s->block.flags & 0x06);
         if (r == BLOCK_READ_ERROR) return QMKVD_ERR_READ;
+        s->mfal->setpos(s->file, &c.pos);
         if (r == BLOCK_OK) {
             s->lace_left = s->lace_last;
             return 0;
         }
     }
+}
+
+// Reads `n` bytes at the file position into `out` through the window.
+bool read_exact(qmkvds *s, uint8_t *out, uint32_t n) {
+    return n == 0 || qmkvd_window_copy(&s->window, s->mfal, s->file, getpos(s), out, n) == n;
 }
 
 void set_times(int64_t pts, int64_t end, int64_t *pts_out, int64_t *end_out) {
@@ -130,6 +138,14 @@ int32_t rewrite_nal(qmkvds *s, uint8_t *out, uint32_t in_size, uint32_t out_cap,
     // must never be passed that way.
     if (out != nullptr && out_cap == 0) return QMKVD_ERR_BUFFER;
     const int32_t cap = out_cap > (uint32_t)INT32_MAX ? INT32_MAX : (int32_t)out_cap;
+    if (out != nullptr && s->nal_length_size == 4 && !header_stripped(s) && in_size <= out_cap) {
+        // Start codes are as long as 4-byte length fields: the frame is read
+        // in one piece and rewritten where it lies.
+        const int64_t end = getpos(s) + in_size;
+        *out_size = read_exact(s, out, in_size) ? qmkvd_nal_rewrite_in_place(out, in_size) : 0;
+        s->mfal->setpos(s->file, &end);
+        return 0;
+    }
     if (header_stripped(s)) {
         return modify_nal_header3(s->mfal, s->file, out, (int32_t)in_size, cap, s->nal_length_size, out_size,
                                   s->comp_settings_size, s->comp_settings);
@@ -144,8 +160,7 @@ int32_t copy_frame(qmkvds *s, uint8_t *buf, uint32_t frame_size, uint32_t *writt
         memcpy(buf, s->comp_settings, s->comp_settings_size);
         n = s->comp_settings_size;
     }
-    if (frame_size > 0 && s->mfal->read(s->file, buf + n, (int32_t)frame_size) != (int32_t)frame_size)
-        return QMKVD_ERR_READ;
+    if (!read_exact(s, buf + n, frame_size)) return QMKVD_ERR_READ;
     *written = n + frame_size;
     return 0;
 }
@@ -284,9 +299,7 @@ int32_t write_block(qmkvds *s, uint8_t *buf, uint32_t buf_size, uint32_t *size, 
         *size = n;
         return 0;
     }
-    if (s->payload_size > 0 &&
-        s->mfal->read(s->file, buf, (int32_t)s->payload_size) != (int32_t)s->payload_size)
-        return held ? QMKVD_ERR_IO : QMKVD_ERR_READ;
+    if (!read_exact(s, buf, s->payload_size)) return held ? QMKVD_ERR_IO : QMKVD_ERR_READ;
     *size = s->payload_size;
     return 0;
 }

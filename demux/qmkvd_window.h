@@ -1,0 +1,60 @@
+// A read-ahead window over one file object: the frame path parses block
+// headers and lacing from memory and copies small frames out of it, so a
+// block costs about one read of the file instead of one per field. Every
+// fill is still a single read of the file-access layer. File bytes never
+// change, so a window stays valid across seeks; only its growth restarts.
+#ifndef QMKVD_WINDOW_H_
+#define QMKVD_WINDOW_H_
+
+#include <stdint.h>
+
+#include "common/qcmn_export.h"
+#include "common/qcmn_mfal.h"
+#include "demux/qmkvd_types.h"
+
+// Points `w` at `bytes` (capacity `cap`), empty.
+void qmkvd_window_init(qmkvd_window *w, uint8_t *bytes, uint32_t cap);
+
+// The bytes from `pos` on: a pointer into the window and, in *avail, how
+// many it holds from there (at least `want` unless the file ends first or
+// `want` exceeds the capacity). Null when nothing could be read. The file
+// position is left undefined.
+const uint8_t *qmkvd_window_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint32_t want,
+                               uint32_t *avail);
+
+// Copies `n` bytes at `pos` into `out` (what the window holds, the rest
+// straight from the file when it is large) and leaves the file position
+// after what was copied. Returns the number of bytes copied.
+uint32_t qmkvd_window_copy(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out,
+                           uint32_t n);
+
+// A byte cursor over a window, for headers of unbounded length (lacing).
+typedef struct qmkvd_cursor {
+    qmkvd_window *w;
+    QCMN_MFAL *mfal;
+    QCMN_MFAL_FP *fp;
+    int64_t pos;
+} qmkvd_cursor;
+
+// The byte at the cursor, advancing it; false past the end of the file.
+static inline bool qmkvd_cursor_byte(qmkvd_cursor *c, uint8_t *b) {
+    const qmkvd_window *w = c->w;
+    const uint64_t off = (uint64_t)(c->pos - w->start);
+    if (c->pos >= w->start && off < w->len) {
+        *b = w->bytes[off];
+        c->pos++;
+        return true;
+    }
+    uint32_t avail = 0;
+    const uint8_t *p = qmkvd_window_at(c->w, c->mfal, c->fp, c->pos, 1, &avail);
+    if (p == nullptr || avail < 1) return false;
+    *b = *p;
+    c->pos++;
+    return true;
+}
+
+// An EBML size of at most `max_bytes` bytes at the cursor; `*length` (may be
+// null) receives its length in bytes. 0 or -1, as the file readers.
+int32_t qmkvd_cursor_size(qmkvd_cursor *c, int32_t max_bytes, uint64_t *size, uint32_t *length);
+
+#endif  // QMKVD_WINDOW_H_
