@@ -21,4 +21,9 @@ QCMN_API int32_t modify_nal_header3(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint8_t *
                                     int32_t out_cap, uint32_t nal_length_size, uint32_t *out_size,
                                     uint32_t prefix_size, const uint8_t *prefix);
 
+// A frame with 4-byte length fields already in memory, rewritten in place
+// (the output is the same length). Returns the output length, or 0 for a
+// malformed frame, as the streaming rewriter would deliver it.
+uint32_t qmkvd_nal_rewrite_in_place(uint8_t *frame, uint32_t size);
+
 #endif  // QMKVD_NAL_H_

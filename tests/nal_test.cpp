@@ -56,6 +56,14 @@ const std::vector<Case> kCases = {
     {"bare length field at the end", 2, false, {}, {0x00, 0x01, 0xAA, 0x00, 0x05}, true, {}},
     {"only a length field", 2, false, {}, {0x00, 0x02}, true, {}},
     {"frame shorter than a length field", 4, false, {}, {0x00, 0x00}, true, {}},
+    {"4-byte length past the frame is cut", 4, false, {}, {0x00, 0x00, 0x01, 0x00, 0xAA, 0xBB}, false,
+     {0x00, 0x00, 0x00, 0x01, 0xAA, 0xBB}},
+    {"4-byte zero-length unit", 4, false, {}, {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0xAA}, false,
+     {0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0xAA}},
+    {"bare 4-byte length field at the end", 4, false, {}, {0x00, 0x00, 0x00, 0x01, 0xAA, 0x00, 0x00, 0x00, 0x01},
+     true, {}},
+    {"4-byte length field and 2 more bytes at the end", 4, false, {},
+     {0x00, 0x00, 0x00, 0x01, 0xAA, 0x00, 0x00}, true, {}},
     {"length size 0", 0, false, {}, {0x00, 0x01, 0xAA}, true, {}},
     {"length size 5", 5, false, {}, {0x00, 0x00, 0x00, 0x00, 0x01, 0xAA}, true, {}},
     // Header stripping
@@ -153,6 +161,26 @@ TEST(Nal, WellFormedFramesWriteAndMeasureAlike) {
             EXPECT_EQ(frame_end(c), big.pos);
         }
     }
+}
+
+// A frame already in memory is rewritten in place to what the streaming
+// rewriter delivers: the same bytes, or an empty frame when malformed.
+TEST(Nal, InPlaceRewriteMatchesTheStreamingOne) {
+    int checked = 0;
+    for (const Case &c : kCases) {
+        if (c.nal_length_size != 4 || c.stripped) continue;
+        SCOPED_TRACE(c.name);
+        const Outcome streamed = call(c, (int32_t)c.frame.size(), (long)c.frame.size());
+        Bytes frame = c.frame;
+        const uint32_t size = qmkvd_nal_rewrite_in_place(frame.data(), (uint32_t)frame.size());
+        EXPECT_EQ(streamed.size, size);
+        EXPECT_EQ(c.malformed ? 0u : (uint32_t)c.expected.size(), size);
+        if (!c.malformed) {
+            EXPECT_EQ(c.expected, frame);
+        }
+        ++checked;
+    }
+    EXPECT_GE(checked, 7);
 }
 
 TEST(Nal, OneByteTooSmallGivesMinus8AfterTheFrame) {
