@@ -32,19 +32,24 @@ namespace qmkvbench {
 namespace {
 
 // ---------------------------------------------------------------------------
-// Raw read limit: the whole file through pread, 1 MiB at a time, into one
-// reused buffer. No frames; it bounds what any reader can do with the bytes.
+// Raw read limit: the whole file through plain pread(2), 1 MiB at a time,
+// into one reused buffer. No frames; it bounds what any reader can do with
+// the bytes. Counted like the other readers' sources.
 
 class RawReader : public Reader {
 public:
+    ~RawReader() override {
+        if (mFd >= 0) close(mFd);
+    }
     const char *name() const override { return "raw pread"; }
     bool open(const std::string &path, std::string *error) override {
-        mSource.reset(new CountingSource(path));
-        if (!mSource->ok()) {
+        mFd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (mFd < 0) {
             *error = "cannot open " + path;
             return false;
         }
-        return true;
+        mSize = lseek(mFd, 0, SEEK_END);
+        return mSize >= 0;
     }
     int trackCount() const override { return 0; }
     bool readAll(Sink &sink, std::string *) override {
@@ -52,22 +57,26 @@ public:
         uint8_t *buf = sink.room(chunk);
         int64_t pos = 0;
         for (;;) {
-            const ssize_t n = mSource->readAt(pos, buf, chunk);
+            const ssize_t n = pread(mFd, buf, chunk, pos);
             if (n <= 0) break;
+            mCounts.calls++;
+            mCounts.bytes += (uint64_t)n;
             pos += n;
             sink.bytes += (uint64_t)n;
         }
-        return pos == mSource->size();
+        return pos == mSize;
     }
     bool firstFrame(Sink &) override { return false; }
     bool canSeek() const override { return false; }
     bool beginTrack(int) override { return false; }
     bool seekRead(int, int64_t, Sink &) override { return false; }
     void endTrack(int) override {}
-    IoCounts io() const override { return mSource ? mSource->counts() : IoCounts(); }
+    IoCounts io() const override { return mCounts; }
 
 private:
-    std::unique_ptr<CountingSource> mSource;
+    int mFd = -1;
+    int64_t mSize = 0;
+    IoCounts mCounts;
 };
 
 // ---------------------------------------------------------------------------
@@ -83,7 +92,8 @@ public:
         memset(&mFormat, 0, sizeof(mFormat));
     }
     ~CoreReader() override {
-        if (mStream != nullptr) qmkvds_close(mStream);
+        for (qmkvds *stream : mStreams)
+            if (stream != nullptr) qmkvds_close(stream);
         if (mInst != nullptr) qmkvd_delete(mInst);
         if (mMfalReady) qcmn_mfal_deinit(&mMfal);
     }
@@ -129,82 +139,76 @@ public:
     }
     int trackCount() const override { return mFormat.track_count; }
 
+    // All tracks at once, each time from the track that is furthest
+    // behind, as a player pulls them.
     bool readAll(Sink &sink, std::string *error) override {
-        for (int t = 0; t < mFormat.track_count; ++t) {
+        const int n = mFormat.track_count;
+        for (int t = 0; t < n; ++t) {
             if (!beginTrack(t)) {
                 *error = "qmkvds_open failed on track " + std::to_string(t);
                 return false;
             }
-            int32_t r;
-            uint64_t before = mSource->counts().calls;
-            const uint64_t trackStart = before;
-            const uint64_t framesStart = sink.frames;
-            while ((r = readFrame(t, sink)) == 0) before = mSource->counts().calls;
-            // What the call that found the end of the stream read.
-            mTrackStats.push_back({sink.frames - framesStart, mSource->counts().calls - trackStart,
-                                   mSource->counts().calls - before});
-            endTrack(t);
+        }
+        std::vector<int64_t> last(n, 0);
+        std::vector<bool> done(n, false);
+        for (int left = n; left > 0;) {
+            int t = -1;
+            for (int i = 0; i < n; ++i)
+                if (!done[i] && (t < 0 || last[i] < last[t])) t = i;
+            const int32_t r = readFrame(t, sink, &last[t]);
+            if (r == 0) continue;
             if (r != QMKVD_END_OF_STREAM) {
                 *error = "track " + std::to_string(t) + " ended with " + std::to_string(r);
                 return false;
             }
+            done[t] = true;
+            endTrack(t);
+            --left;
         }
         return true;
     }
     bool firstFrame(Sink &sink) override {
         if (!beginTrack(0)) return false;
-        const bool ok = readFrame(0, sink) == 0;
+        int64_t pts = 0;
+        const bool ok = readFrame(0, sink, &pts) == 0;
         endTrack(0);
         return ok;
     }
     bool beginTrack(int track) override {
         int32_t err = 0;
-        mStream = qmkvds_open(mInst, track, &err);
-        return mStream != nullptr;
+        mStreams[track] = qmkvds_open(mInst, track, &err);
+        return mStreams[track] != nullptr;
     }
     bool seekRead(int track, int64_t timeUs, Sink &sink) override {
         const uint64_t t = (uint64_t)timeUs * 10;
         int64_t found = 0;
-        if (qmkvds_seek(mStream, &t, &found, QMKVDS_SEEK_PREVIOUS) != 0) return false;
-        return readFrame(track, sink) == 0;
+        if (qmkvds_seek(mStreams[track], &t, &found, QMKVDS_SEEK_PREVIOUS) != 0) return false;
+        int64_t pts = 0;
+        return readFrame(track, sink, &pts) == 0;
     }
-    void endTrack(int) override {
-        if (mStream != nullptr) qmkvds_close(mStream);
-        mStream = nullptr;
+    void endTrack(int track) override {
+        if (mStreams[track] != nullptr) qmkvds_close(mStreams[track]);
+        mStreams[track] = nullptr;
     }
     IoCounts io() const override { return mSource ? mSource->counts() : IoCounts(); }
-    std::string extraJson() const override {
-        std::string out = "\"tracks\": [";
-        for (size_t i = 0; i < mTrackStats.size(); ++i) {
-            const TrackStats &t = mTrackStats[i];
-            out += (i ? ", " : "") + std::string("{\"frames\": ") + std::to_string(t.frames) +
-                   ", \"reads\": " + std::to_string(t.reads) + ", \"end_of_stream_reads\": " +
-                   std::to_string(t.eosReads) + "}";
-        }
-        return out + "]";
-    }
 
 private:
-    struct TrackStats {
-        uint64_t frames, reads, eosReads;
-    };
-    std::vector<TrackStats> mTrackStats;
-
-    int32_t readFrame(int track, Sink &sink) {
+    int32_t readFrame(int track, Sink &sink, int64_t *pts) {
+        qmkvds *stream = mStreams[track];
         uint32_t size = 0;
-        int64_t pts = 0, end = 0;
+        int64_t end = 0;
         uint32_t key = 0;
         if (mSizeQuery) {
-            int32_t r = qmkvds_get_frm(mStream, nullptr, 0, &size, &pts, &end, &key);
+            int32_t r = qmkvds_get_frm(stream, nullptr, 0, &size, pts, &end, &key);
             if (r != 0) return r;
             uint8_t *buf = sink.room((size_t)size + 1);
-            r = qmkvds_get_frm(mStream, buf, (uint32_t)sink.capacity(), &size, &pts, &end, &key);
+            r = qmkvds_get_frm(stream, buf, (uint32_t)sink.capacity(), &size, pts, &end, &key);
             if (r == 0) sink.landed(size);
             return r;
         }
         const uint32_t cap = track < (int)mMaxInput.size() ? mMaxInput[track] : (8u << 20);
         uint8_t *buf = sink.room(cap);
-        const int32_t r = qmkvds_get_frm(mStream, buf, cap, &size, &pts, &end, &key);
+        const int32_t r = qmkvds_get_frm(stream, buf, cap, &size, pts, &end, &key);
         if (r == 0) sink.landed(size);
         return r;
     }
@@ -217,13 +221,14 @@ private:
     bool mMfalReady = false;
     qmkvd *mInst = nullptr;
     qmkvd_format mFormat;
-    qmkvds *mStream = nullptr;
+    qmkvds *mStreams[QMKVD_MAX_TRACKS] = {};
 };
 
 // ---------------------------------------------------------------------------
 // The plug-in, driven through the host the way the framework drives it:
 // sniff, create, every format, then getTrack/start/read/stop with buffers
-// from the track's buffer group. Each sample is copied to the caller.
+// from the track's buffer group; the sample's MediaBuffer is what the
+// caller gets.
 
 qmkvhost::Plugin &linkedPlugin() {
     static std::unique_ptr<qmkvhost::Plugin> plugin = [] {
@@ -241,7 +246,7 @@ qmkvhost::Plugin &linkedPlugin() {
 class PluginReader : public Reader {
 public:
     ~PluginReader() override {
-        mTrack.reset();
+        mTracks.clear();
         mExtractor.reset();
         AMediaFormat_delete(mFileMeta);
         for (AMediaFormat *f : mTrackMeta) AMediaFormat_delete(f);
@@ -266,56 +271,69 @@ public:
             mExtractor->getTrackMetaData(meta, i, 0);
             mTrackMeta.push_back(meta);
         }
+        mTracks.resize(n);
         return true;
     }
     int trackCount() const override { return (int)mTrackMeta.size(); }
+    // All tracks at once, each time from the track that is furthest
+    // behind, as the framework pulls them.
     bool readAll(Sink &sink, std::string *error) override {
-        for (int t = 0; t < trackCount(); ++t) {
+        const int n = trackCount();
+        for (int t = 0; t < n; ++t) {
             if (!beginTrack(t)) {
                 *error = "track " + std::to_string(t) + " does not start";
                 return false;
             }
-            media_status_t status;
-            for (;;) {
-                qmkvhost::Sample sample;
-                status = mTrack->read(&sample);
-                if (status != AMEDIA_OK) break;
-                sink.copy(static_cast<const uint8_t *>(sample->data()) + sample->range_offset(),
-                          sample->range_length());
+        }
+        std::vector<int64_t> last(n, 0);
+        std::vector<bool> done(n, false);
+        for (int left = n; left > 0;) {
+            int t = -1;
+            for (int i = 0; i < n; ++i)
+                if (!done[i] && (t < 0 || last[i] < last[t])) t = i;
+            qmkvhost::Sample sample;
+            const media_status_t status = mTracks[t]->read(&sample);
+            if (status == AMEDIA_OK) {
+                sink.landed(sample->range_length());
+                AMediaFormat_getInt64(sample->meta_data(), AMEDIAFORMAT_KEY_TIME_US, &last[t]);
+                continue;
             }
-            endTrack(t);
             if (status != AMEDIA_ERROR_END_OF_STREAM) {
                 *error = "track " + std::to_string(t) + " read status " + std::to_string(status);
                 return false;
             }
+            sample.reset();
+            done[t] = true;
+            endTrack(t);
+            --left;
         }
         return true;
     }
     bool firstFrame(Sink &sink) override {
         if (!beginTrack(0)) return false;
         qmkvhost::Sample sample;
-        const bool ok = mTrack->read(&sample) == AMEDIA_OK;
+        const bool ok = mTracks[0]->read(&sample) == AMEDIA_OK;
         if (ok)
-            sink.copy(static_cast<const uint8_t *>(sample->data()) + sample->range_offset(), sample->range_length());
+            sink.landed(sample->range_length());
         sample.reset();
         endTrack(0);
         return ok;
     }
     bool beginTrack(int track) override {
-        mTrack = mExtractor->getTrack((size_t)track);
-        return mTrack != nullptr && mTrack->start() == AMEDIA_OK;
+        mTracks[track] = mExtractor->getTrack((size_t)track);
+        return mTracks[track] != nullptr && mTracks[track]->start() == AMEDIA_OK;
     }
-    bool seekRead(int, int64_t timeUs, Sink &sink) override {
+    bool seekRead(int track, int64_t timeUs, Sink &sink) override {
         qmkvhost::Sample sample;
         const uint32_t options =
             android::CMediaTrackReadOptions::SEEK | android::CMediaTrackReadOptions::SEEK_PREVIOUS_SYNC;
-        if (mTrack->read(&sample, options, timeUs) != AMEDIA_OK) return false;
-        sink.copy(static_cast<const uint8_t *>(sample->data()) + sample->range_offset(), sample->range_length());
+        if (mTracks[track]->read(&sample, options, timeUs) != AMEDIA_OK) return false;
+        sink.landed(sample->range_length());
         return true;
     }
-    void endTrack(int) override {
-        if (mTrack != nullptr) mTrack->stop();
-        mTrack.reset();
+    void endTrack(int track) override {
+        if (mTracks[track] != nullptr) mTracks[track]->stop();
+        mTracks[track].reset();
     }
     IoCounts io() const override { return mSource ? mSource->counts() : IoCounts(); }
 
@@ -328,7 +346,7 @@ public:
 private:
     std::unique_ptr<CountingSource> mSource;
     std::unique_ptr<qmkvhost::Extractor> mExtractor;
-    std::unique_ptr<qmkvhost::Track> mTrack;
+    std::vector<std::unique_ptr<qmkvhost::Track>> mTracks;
     AMediaFormat *mFileMeta = nullptr;
     std::vector<AMediaFormat *> mTrackMeta;
 };
@@ -373,7 +391,7 @@ public:
     bool readAll(Sink &sink, std::string *error) override {
         int r;
         while ((r = av_read_frame(mCtx, mPacket)) >= 0) {
-            sink.copy(mPacket->data, (size_t)mPacket->size);
+            sink.landed((size_t)mPacket->size);
             av_packet_unref(mPacket);
         }
         if (r != AVERROR_EOF) {
@@ -384,7 +402,7 @@ public:
     }
     bool firstFrame(Sink &sink) override {
         if (av_read_frame(mCtx, mPacket) < 0) return false;
-        sink.copy(mPacket->data, (size_t)mPacket->size);
+        sink.landed((size_t)mPacket->size);
         av_packet_unref(mPacket);
         return true;
     }
@@ -395,7 +413,7 @@ public:
         if (av_seek_frame(mCtx, -1, timeUs, AVSEEK_FLAG_BACKWARD) < 0) return false;
         while (av_read_frame(mCtx, mPacket) >= 0) {
             const bool mine = mPacket->stream_index == track;
-            if (mine) sink.copy(mPacket->data, (size_t)mPacket->size);
+            if (mine) sink.landed((size_t)mPacket->size);
             av_packet_unref(mPacket);
             if (mine) return true;
         }

@@ -32,13 +32,8 @@ struct Sink {
         return mBuf.get();
     }
     size_t capacity() const { return mCapacity; }
-    // A frame the reader holds elsewhere: copied into the caller's buffer.
-    void copy(const void *data, size_t n) {
-        if (n > 0) memcpy(room(n), data, n);
-        frames++;
-        bytes += n;
-    }
-    // A frame the reader already wrote into buf.
+    // A frame delivered: written into the caller's buffer, or handed over
+    // in a buffer the caller then owns (a MediaBuffer, an AVPacket).
     void landed(size_t n) {
         frames++;
         bytes += n;
