@@ -40,7 +40,7 @@ bool header_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, 
     uint32_t avail = 0;
     const uint8_t *p = qmkvd_window_at(w, mfal, fp, pos, kMaxHeader, &avail);
     if (p == nullptr) return false;
-    const int32_t n = qmkvd_ebml_get_id_len64_buff(p, (int32_t)avail, id, size);
+    const int32_t n = qmkvd_ebml_header_in(p, avail, id, size);
     if (n >= 0) {
         *data = pos + n;
         return true;
@@ -68,7 +68,7 @@ bool number_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, 
         *stop = pos + avail;
         return false;
     }
-    *value = qmkvd_b2v_u64(p, (int32_t)size);
+    *value = qmkvd_b2v_in(p, (int32_t)size);
     *stop = pos + (int64_t)size;
     return true;
 }
@@ -143,7 +143,7 @@ int32_t read_block_element(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, q
                 uint32_t avail = 0;
                 const uint8_t *p = qmkvd_window_at(w, mfal, fp, child_data, (uint32_t)child_size, &avail);
                 if (p == nullptr || avail < child_size) return -1;
-                duration = qmkvd_b2v_u64(p, (int32_t)child_size);
+                duration = qmkvd_b2v_in(p, (int32_t)child_size);
             }
             block->block_duration = (uint32_t)duration;
         } else if (child_id == ID_BLOCK) {

@@ -32,24 +32,40 @@ const uint64_t kFirstChunk = 64 * 1024;
 
 // A child header from the `avail` bytes at `p`; the header length or -1.
 int32_t read_header(const uint8_t *p, uint64_t avail, uint32_t *id, uint64_t *size) {
-    const int32_t len = avail > (uint64_t)INT32_MAX ? INT32_MAX : (int32_t)avail;
-    return qmkvd_ebml_get_id_len64_buff(p, len, id, size);
+    return qmkvd_ebml_header_in(p, avail, id, size);
 }
 
 // Cue entries that point at audio tracks are not indexed; a track number
-// that names no stream is kept.
-bool names_audio_stream(const qmkvd *inst, uint64_t track_number) {
-    if (inst == nullptr) return false;
-    int32_t n = inst->stream_count;
-    if (n > QMKVD_MAX_TRACKS) n = QMKVD_MAX_TRACKS;
-    for (int32_t i = 0; i < n; ++i) {
-        const qmkvd_track &t = inst->streams[i].track;
-        if (t.track_number == track_number && t.track_type == QMKVD_TRACK_AUDIO) return true;
+// that names no stream is kept. The audio track numbers are gathered once
+// per parse: the test runs for every CueTrack of the index.
+struct AudioTracks {
+    explicit AudioTracks(const qmkvd *inst) {
+        if (inst == nullptr) return;
+        int32_t n = inst->stream_count;
+        if (n > QMKVD_MAX_TRACKS) n = QMKVD_MAX_TRACKS;
+        for (int32_t i = 0; i < n; ++i) {
+            const qmkvd_track &t = inst->streams[i].track;
+            if (t.track_type != QMKVD_TRACK_AUDIO) continue;
+            if (t.track_number < 64) {
+                small |= 1ull << t.track_number;
+            } else {
+                large[large_count++] = t.track_number;
+            }
+        }
     }
-    return false;
-}
+    bool has(uint64_t track_number) const {
+        if (track_number < 64) return (small >> track_number) & 1;
+        for (int32_t i = 0; i < large_count; ++i)
+            if (large[i] == track_number) return true;
+        return false;
+    }
+    uint64_t small = 0;
+    uint32_t large[QMKVD_MAX_TRACKS];
+    int32_t large_count = 0;
+};
 
-int32_t parse_cuetrackpositions_ctx_fast(const qmkvd *inst, const uint8_t *buf, uint64_t len, qmkvd_cue_point *cp) {
+int32_t parse_cuetrackpositions_ctx_fast(const AudioTracks &audio, const uint8_t *buf, uint64_t len,
+                                         qmkvd_cue_point *cp) {
     cp->cue_cluster_position = 0;
     uint64_t pos = 0;
     while (pos < len) {
@@ -63,17 +79,17 @@ int32_t parse_cuetrackpositions_ctx_fast(const qmkvd *inst, const uint8_t *buf, 
         switch (id) {
             case kIdCueClusterPosition:
                 if (size > kMaxNumberSize) return -1;
-                cp->cue_cluster_position = qmkvd_b2v_u64(d, (int32_t)size);
+                cp->cue_cluster_position = qmkvd_b2v_in(d, (int32_t)size);
                 break;
             case kIdCueBlockNumber:
                 if (size > kMaxNumberSize) return -1;
-                cp->cue_block_number = qmkvd_b2v_u64(d, (int32_t)size);
+                cp->cue_block_number = qmkvd_b2v_in(d, (int32_t)size);
                 break;
             case kIdCueTrack: {
                 if (size > kMaxNumberSize) return -1;
-                const uint64_t track = qmkvd_b2v_u64(d, (int32_t)size);
+                const uint64_t track = qmkvd_b2v_in(d, (int32_t)size);
                 cp->cue_track = (uint32_t)track;
-                if (names_audio_stream(inst, track)) {
+                if (audio.has(track)) {
                     cp->cue_cluster_position = 0;
                     return 0;
                 }
@@ -88,7 +104,7 @@ int32_t parse_cuetrackpositions_ctx_fast(const qmkvd *inst, const uint8_t *buf, 
 }
 
 // `file_pos` is where `buf` lies in the file.
-int32_t parse_cuepoint_ctx_fast(const qmkvd *inst, const uint8_t *buf, uint64_t len, int64_t file_pos,
+int32_t parse_cuepoint_ctx_fast(const AudioTracks &audio, const uint8_t *buf, uint64_t len, int64_t file_pos,
                                 qmkvd_cue_point *cp) {
     cp->track_positions_count = 0;
     uint64_t pos = 0;
@@ -102,13 +118,13 @@ int32_t parse_cuepoint_ctx_fast(const qmkvd *inst, const uint8_t *buf, uint64_t 
         const uint8_t *d = buf + data;
         if (id == kIdCueTime) {
             if (size > kMaxNumberSize) return -1;
-            cp->cue_time = qmkvd_b2v_u64(d, (int32_t)size);
+            cp->cue_time = qmkvd_b2v_in(d, (int32_t)size);
         } else if (id == kIdCueTrackPositions) {
             // Each CueTrackPositions overwrites the previous one's values.
             cp->track_positions_count++;
             cp->track_positions_pos = file_pos + (int64_t)data;
             cp->track_positions_size = (uint32_t)size;
-            if (parse_cuetrackpositions_ctx_fast(inst, d, size, cp) != 0) return -1;
+            if (parse_cuetrackpositions_ctx_fast(audio, d, size, cp) != 0) return -1;
         }
         pos = data + size;
     }
@@ -181,6 +197,7 @@ void clear_table(qmkvd_cue_table *cues) {
 int32_t walk_cues(const qmkvd *inst, qmkvd_cue_table *cues, const uint8_t *buf, uint64_t got) {
     const uint64_t declared = cues->cues_size;
     const bool truncated = got < declared;
+    const AudioTracks audio(inst);
     uint32_t step = 0;
     uint64_t pos = 0;
     while (pos < got) {
@@ -200,17 +217,12 @@ int32_t walk_cues(const qmkvd *inst, qmkvd_cue_table *cues, const uint8_t *buf, 
                 if (step == 0) step = capacity_step(got, size);
                 if (!grow_table(cues, step)) return -1;
             }
-            qmkvd_cue_point *cp = &cues->cue_points[cues->cue_count];
-            memset(cp, 0, sizeof(*cp));
-            cp->cue_point_pos = cues->cues_pos + (int64_t)data;
-            cp->cue_point_size = (uint32_t)size;
-            if (parse_cuepoint_ctx_fast(inst, buf + data, size, cp->cue_point_pos, cp) != 0) return -1;
-            // A position of 0 is no usable cluster; the slot is reused.
-            if (cp->cue_cluster_position != 0) {
-                cues->cue_count++;
-            } else {
-                memset(cp, 0, sizeof(*cp));
-            }
+            qmkvd_cue_point cp = {};
+            cp.cue_point_pos = cues->cues_pos + (int64_t)data;
+            cp.cue_point_size = (uint32_t)size;
+            if (parse_cuepoint_ctx_fast(audio, buf + data, size, cp.cue_point_pos, &cp) != 0) return -1;
+            // A position of 0 is no usable cluster: nothing is kept.
+            if (cp.cue_cluster_position != 0) cues->cue_points[cues->cue_count++] = cp;
         }
         if (size >= got - data) break;
         pos = data + size;

@@ -106,24 +106,11 @@ int32_t qmkvd_ebml_get_id_len32(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint32_t *id,
 }
 
 int32_t qmkvd_ebml_get_id_len64_buff(const uint8_t *buf, int32_t length, uint32_t *id, uint64_t *size) {
-    if (buf == nullptr || length < 1 || buf[0] == 0) return -1;
-    const int32_t n = qmkvd_get_clz(buf[0]);
-    if (n > kMaxIdExtra || n + 1 >= length) return -1;
-    const uint8_t lead = buf[n + 1];
-    if (lead == 0) return -1;
-    const int32_t m = qmkvd_get_clz(lead);
-    if (m > kMaxSize64Extra || n + m + 1 >= length) return -1;
-    *id = qmkvd_b2v_u32(buf, n + 1);
-    *size = (uint64_t)(lead & (0x7F >> m));
-    for (int32_t i = 0; i < m; ++i) *size = (*size << 8) | buf[n + 2 + i];
-    return n + m + 2;
+    if (buf == nullptr || length < 1) return -1;
+    return qmkvd_ebml_header_in(buf, (uint64_t)length, id, size);
 }
 
-uint64_t qmkvd_b2v_u64(const uint8_t *bytes, int32_t count) {
-    uint64_t v = 0;
-    for (int32_t i = 0; i < count; ++i) v = (v << 8) | bytes[i];
-    return v;
-}
+uint64_t qmkvd_b2v_u64(const uint8_t *bytes, int32_t count) { return qmkvd_b2v_in(bytes, count); }
 
 uint32_t qmkvd_b2v_u32(const uint8_t *bytes, int32_t count) {
     uint32_t v = 0;
