@@ -11,15 +11,32 @@ int64_t qmkvd_end_of(int64_t pos, uint64_t size) {
     return size > room ? INT64_MAX : pos + (int64_t)size;
 }
 
+namespace {
+
+// Longest element header: a 4-byte ID and an 8-byte size.
+const int32_t kMaxHeader = 12;
+
+// The child header at `pos`, in one read of the file; the file is left on
+// the child's data.
+int32_t read_header(const qmkvd_io *io, int64_t pos, qmkvd_child *child) {
+    uint8_t bytes[kMaxHeader];
+    if (io->mfal->setpos(io->fp, &pos) != 0) return -1;
+    const int32_t got = io->mfal->read(io->fp, bytes, kMaxHeader);
+    const int32_t n = got > 0 ? qmkvd_ebml_header_in(bytes, (uint64_t)got, &child->id, &child->size) : -1;
+    if (n < 0) return -1;
+    child->pos = pos + n;
+    return io->mfal->setpos(io->fp, &child->pos);
+}
+
+}  // namespace
+
 int32_t qmkvd_walk(const qmkvd_io *io, int64_t pos, uint64_t size, uint32_t flags, qmkvd_child_fn fn, void *ctx) {
     const int64_t end = qmkvd_end_of(pos, size);
     // Every step moves forward by at least one header byte, so the walk ends.
     while (pos < end) {
         qmkvd_child child;
         child.start = pos;
-        if (io->mfal->setpos(io->fp, &pos) != 0) return -1;
-        if (qmkvd_ebml_get_id_len64(io->mfal, io->fp, &child.id, &child.size) != 0) return -1;
-        io->mfal->getpos(io->fp, &child.pos);
+        if (read_header(io, pos, &child) != 0) return -1;
         if ((flags & QMKVD_WALK_REFUSE_HUGE) && child.size > QMKVD_MAX_CHILD_SIZE) return -1;
         if ((flags & QMKVD_WALK_STOP_OVERSIZED) && (child.pos > end || child.size > (uint64_t)(end - child.pos))) {
             io->mfal->setpos(io->fp, &end);
