@@ -12,6 +12,7 @@ namespace android {
 namespace {
 // Bytes after each read of the mapped file that are prefetched.
 const off64_t kPrefetchAhead = 2048;
+const size_t kStreamingRead = 256;
 
 ssize_t wrapReadAt(void *h, off64_t offset, void *data, size_t size) {
     return static_cast<FileSource *>(h)->readAt(offset, data, size);
@@ -55,10 +56,12 @@ ssize_t FileSource::readAt(off64_t offset, void *data, size_t size) {
         if (offset >= mLength) return 0;
         const size_t n = size < (size_t)(mLength - offset) ? size : (size_t)(mLength - offset);
         memcpy(data, mMap + offset, n);
-        // Parsers read on from where a read ended: start bringing those
-        // bytes into the cache now.
+        // A read of some size is a parser streaming through the file, which
+        // reads on from where it ended: start bringing those bytes into the
+        // cache now. Small reads are header probes that jump.
         const off64_t end = offset + (off64_t)n;
-        const off64_t ahead = mLength - end < kPrefetchAhead ? mLength - end : kPrefetchAhead;
+        const off64_t left = mLength - end;
+        const off64_t ahead = n < kStreamingRead ? 0 : left < kPrefetchAhead ? left : kPrefetchAhead;
         for (off64_t p = 0; p < ahead; p += 64) __builtin_prefetch(mMap + end + p);
         return (ssize_t)n;
     }
