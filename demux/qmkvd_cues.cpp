@@ -35,6 +35,18 @@ int32_t read_header(const uint8_t *p, uint64_t avail, uint32_t *id, uint64_t *si
     return qmkvd_ebml_header_in(p, avail, id, size);
 }
 
+// The buffer holding the Cues has this many zero bytes after them, so that
+// a number is read with one 8-byte load wherever it lies.
+const uint64_t kPadding = 8;
+
+// A big-endian number of `size` (at most 8) bytes at `d`.
+uint64_t number(const uint8_t *d, uint64_t size) {
+    if (size == 0) return 0;
+    uint64_t v;
+    memcpy(&v, d, sizeof(v));
+    return __builtin_bswap64(v) >> (64 - 8 * size);
+}
+
 // Cue entries that point at audio tracks are not indexed; a track number
 // that names no stream is kept. The audio track numbers are gathered once
 // per parse: the test runs for every CueTrack of the index.
@@ -79,15 +91,15 @@ int32_t parse_cuetrackpositions_ctx_fast(const AudioTracks &audio, const uint8_t
         switch (id) {
             case kIdCueClusterPosition:
                 if (size > kMaxNumberSize) return -1;
-                cp->cue_cluster_position = qmkvd_b2v_in(d, (int32_t)size);
+                cp->cue_cluster_position = number(d, size);
                 break;
             case kIdCueBlockNumber:
                 if (size > kMaxNumberSize) return -1;
-                cp->cue_block_number = qmkvd_b2v_in(d, (int32_t)size);
+                cp->cue_block_number = number(d, size);
                 break;
             case kIdCueTrack: {
                 if (size > kMaxNumberSize) return -1;
-                const uint64_t track = qmkvd_b2v_in(d, (int32_t)size);
+                const uint64_t track = number(d, size);
                 cp->cue_track = (uint32_t)track;
                 if (audio.has(track)) {
                     cp->cue_cluster_position = 0;
@@ -118,7 +130,7 @@ int32_t parse_cuepoint_ctx_fast(const AudioTracks &audio, const uint8_t *buf, ui
         const uint8_t *d = buf + data;
         if (id == kIdCueTime) {
             if (size > kMaxNumberSize) return -1;
-            cp->cue_time = qmkvd_b2v_in(d, (int32_t)size);
+            cp->cue_time = number(d, size);
         } else if (id == kIdCueTrackPositions) {
             // Each CueTrackPositions overwrites the previous one's values.
             cp->track_positions_count++;
@@ -158,13 +170,13 @@ int32_t load_cues(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, const qmkvd_cue_table *cues
     int64_t pos = cues->cues_pos;
     if (mfal->setpos(fp, &pos) != 0) return -1;
     uint64_t cap = size_known || limit < kFirstChunk ? limit : kFirstChunk;
-    uint8_t *buf = static_cast<uint8_t *>(malloc((size_t)cap));
+    uint8_t *buf = static_cast<uint8_t *>(malloc((size_t)(cap + kPadding)));
     if (buf == nullptr) return -1;
     uint64_t have = 0;
     while (have < limit) {
         if (have == cap) {
             const uint64_t next = cap * 2 < limit ? cap * 2 : limit;
-            void *p = realloc(buf, (size_t)next);
+            void *p = realloc(buf, (size_t)(next + kPadding));
             if (p == nullptr) {
                 free(buf);
                 return -1;
@@ -179,6 +191,7 @@ int32_t load_cues(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, const qmkvd_cue_table *cues
         have += (uint64_t)n;
         if (n < ask) break;  // the file ends here
     }
+    memset(buf + have, 0, kPadding);
     *out = buf;
     *got = have;
     return 0;
