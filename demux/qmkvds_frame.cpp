@@ -249,6 +249,17 @@ int32_t qmkvds_get_frm_onebyone(qmkvds *s, uint8_t *buf, uint32_t buf_size, uint
 
 namespace {
 
+// Whether a rewritten size of `size` needs more frame bytes than the file
+// holds after the payload's start (a start code replaces at least one byte
+// of length field): such a frame is cut off, and must not size a buffer.
+bool past_the_file(const qmkvds *s, uint32_t size) {
+    const int64_t file_size = s->demux->file_size;
+    if (file_size <= 0) return false;
+    const int64_t in_file = file_size - s->payload_pos;
+    if (in_file <= 0) return true;
+    return (uint64_t)size > 4 * ((uint64_t)in_file + s->comp_settings_size);
+}
+
 // Whether the frame at hand may end the search for a key frame after a
 // seek. With a buffer, tests the bytes written; in a size query, rewrites
 // the frame into scratch memory and puts the file position back.
@@ -260,7 +271,7 @@ int32_t passes_key_test(qmkvds *s, const uint8_t *buf, uint32_t size, bool *is_k
         *is_key = qcmn_is_vkeyfrm(type, buf, (int32_t)size) == 1;
         return 0;
     }
-    if (size < 1 || size > 0x7FFFFBFF) {
+    if (size < 1 || size > 0x7FFFFBFF || past_the_file(s, size)) {
         *is_key = false;
         return 0;
     }
