@@ -2,7 +2,8 @@
 # Builds the libFuzzer targets (clang, ASan + UBSan) into build-fuzz/,
 # replays every input under fuzz/regressions/, then fuzzes each target for
 # SECONDS (default 60) and prints executions per second and coverage.
-# Fails on any crash, timeout (5 s), out-of-memory (2 GB) or leak.
+# Fails on any crash, timeout (5 s), out-of-memory (2 GB in all, 64 MB in
+# one allocation) or leak.
 #
 # Usage: scripts/fuzz.sh [SECONDS]
 # Environment:
@@ -99,7 +100,9 @@ run_target() {  # NAME
   local bin="$dir/fuzz/$t" log="$dir/logs/$t.log"
   local corpus="$dir/corpus/$t" artifacts="$dir/artifacts/$t"
   mkdir -p "$corpus" "$artifacts" "$dir/logs"
-  local opts=(-timeout=5 -rss_limit_mb=2048 -malloc_limit_mb=2048 -artifact_prefix="$artifacts/")
+  # Inputs are at most 64 KiB: no single block beyond 64 MiB is justified
+  # (the largest legitimate one is a 15 MiB video input buffer).
+  local opts=(-timeout=5 -rss_limit_mb=2048 -malloc_limit_mb=64 -artifact_prefix="$artifacts/")
   local seeds=()
   case $1 in
     config) opts+=(-max_len=8192); seeds=(fuzz/seeds/config "$config_seeds") ;;
