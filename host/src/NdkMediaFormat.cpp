@@ -20,6 +20,7 @@ using qmkvhost::FormatType;
 struct AMediaFormat {
     struct Entry {
         std::string name;
+        const void *key = nullptr;  // the name pointer last used: a hint, never read through
         FormatType type = FormatType::kInt32;
         union {
             int32_t i32;
@@ -39,8 +40,16 @@ struct AMediaFormat {
     std::string text;  // the last toString result
 
     Entry *find(const char *name) const {
+        // Callers pass the same key constants again and again; a pointer
+        // that matches is still checked, as callers may reuse a buffer.
         for (const auto &e : entries) {
-            if (e->name == name) return e.get();
+            if (e->key == name) {
+                if (strcmp(e->name.c_str(), name) == 0) return e.get();
+                break;
+            }
+        }
+        for (const auto &e : entries) {
+            if (strcmp(e->name.c_str(), name) == 0) return e.get();
         }
         return nullptr;
     }
@@ -48,6 +57,50 @@ struct AMediaFormat {
     Entry *find(const char *name, FormatType type) const {
         Entry *e = find(name);
         return e != nullptr && e->type == type ? e : nullptr;
+    }
+
+    // Entries a clear() dropped, kept for the next sets: a track source
+    // clears and refills each sample's format, which should not cost an
+    // allocation per key.
+    std::vector<std::unique_ptr<Entry>> spare;
+    static const size_t kMaxSpare = 32;
+
+    std::unique_ptr<Entry> make(const char *name, FormatType type) {
+        std::unique_ptr<Entry> e;
+        if (spare.empty()) {
+            e = std::make_unique<Entry>();
+        } else {
+            // Preferably the spare that held this very key.
+            size_t pick = spare.size() - 1;
+            for (size_t i = 0; i < spare.size(); ++i)
+                if (spare[i]->key == name) pick = i;
+            e = std::move(spare[pick]);
+            spare.erase(spare.begin() + (long)pick);
+            e->str.clear();
+            e->bytes.clear();
+        }
+        if (e->key != name || strcmp(e->name.c_str(), name) != 0) e->name = name;
+        e->key = name;
+        e->type = type;
+        return e;
+    }
+
+    // The entry a number is written to: the existing one of that name,
+    // which keeps its place, or a new one at the end.
+    Entry *number(const char *name, FormatType type) {
+        Entry *e = find(name);
+        if (e == nullptr) {
+            entries.push_back(make(name, type));
+            return entries.back().get();
+        }
+        e->type = type;
+        return e;
+    }
+
+    void clear() {
+        for (auto &e : entries)
+            if (spare.size() < kMaxSpare) spare.push_back(std::move(e));
+        entries.clear();
     }
 
     // Installs a fully built replacement for `name`. A name that is set again
@@ -64,13 +117,6 @@ struct AMediaFormat {
 };
 
 namespace {
-
-std::unique_ptr<AMediaFormat::Entry> newEntry(const char *name, FormatType type) {
-    auto e = std::make_unique<AMediaFormat::Entry>();
-    e->name = name;
-    e->type = type;
-    return e;
-}
 
 bool usable(const AMediaFormat *format, const char *name) {
     return format != nullptr && name != nullptr;
@@ -203,48 +249,37 @@ bool AMediaFormat_getString(AMediaFormat *format, const char *name, const char *
 
 void AMediaFormat_setInt32(AMediaFormat *format, const char *name, int32_t value) {
     if (!usable(format, name)) return;
-    auto e = newEntry(name, FormatType::kInt32);
-    e->v.i32 = value;
-    format->put(std::move(e));
+    format->number(name, FormatType::kInt32)->v.i32 = value;
 }
 
 void AMediaFormat_setInt64(AMediaFormat *format, const char *name, int64_t value) {
     if (!usable(format, name)) return;
-    auto e = newEntry(name, FormatType::kInt64);
-    e->v.i64 = value;
-    format->put(std::move(e));
+    format->number(name, FormatType::kInt64)->v.i64 = value;
 }
 
 void AMediaFormat_setFloat(AMediaFormat *format, const char *name, float value) {
     if (!usable(format, name)) return;
-    auto e = newEntry(name, FormatType::kFloat);
-    e->v.f = value;
-    format->put(std::move(e));
+    format->number(name, FormatType::kFloat)->v.f = value;
 }
 
 void AMediaFormat_setDouble(AMediaFormat *format, const char *name, double value) {
     if (!usable(format, name)) return;
-    auto e = newEntry(name, FormatType::kDouble);
-    e->v.d = value;
-    format->put(std::move(e));
+    format->number(name, FormatType::kDouble)->v.d = value;
 }
 
 void AMediaFormat_setSize(AMediaFormat *format, const char *name, size_t value) {
     if (!usable(format, name)) return;
-    auto e = newEntry(name, FormatType::kSize);
-    e->v.size = value;
-    format->put(std::move(e));
+    format->number(name, FormatType::kSize)->v.size = value;
 }
 
 void AMediaFormat_setRect(AMediaFormat *format, const char *name,
                           int32_t left, int32_t top, int32_t right, int32_t bottom) {
     if (!usable(format, name)) return;
-    auto e = newEntry(name, FormatType::kRect);
+    AMediaFormat::Entry *e = format->number(name, FormatType::kRect);
     e->v.rect[0] = left;
     e->v.rect[1] = top;
     e->v.rect[2] = right;
     e->v.rect[3] = bottom;
-    format->put(std::move(e));
 }
 
 void AMediaFormat_setString(AMediaFormat *format, const char *name, const char *value) {
@@ -255,7 +290,7 @@ void AMediaFormat_setString(AMediaFormat *format, const char *name, const char *
     }
     // Built before the old entry goes, so a value read from this very entry
     // is still intact while it is copied.
-    auto e = newEntry(name, FormatType::kString);
+    auto e = format->make(name, FormatType::kString);
     e->str = value;
     format->put(std::move(e));
 }
@@ -266,7 +301,7 @@ void AMediaFormat_setBuffer(AMediaFormat *format, const char *name, const void *
         ALOGE("setBuffer(%s) with null data of %zu bytes ignored", name, size);
         return;
     }
-    auto e = newEntry(name, FormatType::kBuffer);
+    auto e = format->make(name, FormatType::kBuffer);
     const uint8_t *bytes = static_cast<const uint8_t *>(data);
     if (size > 0) e->bytes.assign(bytes, bytes + size);
     format->put(std::move(e));
@@ -274,7 +309,7 @@ void AMediaFormat_setBuffer(AMediaFormat *format, const char *name, const void *
 
 void AMediaFormat_clear(AMediaFormat *format) {
     if (format == nullptr) return;
-    format->entries.clear();
+    format->clear();
 }
 
 media_status_t AMediaFormat_copy(AMediaFormat *to, AMediaFormat *from) {
