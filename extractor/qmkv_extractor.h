@@ -136,6 +136,10 @@ private:
     bool mStarted;
     int32_t mBitsPerSample;  // -1 when the format has none
     int32_t mPcmEncoding;
+    // Vorbis and Opus samples are trimmed to the track's duration.
+    bool mHasRateAndDuration;
+    int32_t mSampleRate;
+    int64_t mDurationUs;
 };
 
 }  // namespace android

@@ -66,7 +66,10 @@ QMKVSource::QMKVSource(AMediaFormat *format, DataSourceHelper *source, const sp<
       mLastTimeUs(0),
       mStarted(false),
       mBitsPerSample(-1),
-      mPcmEncoding(kEncoding16) {
+      mPcmEncoding(kEncoding16),
+      mHasRateAndDuration(false),
+      mSampleRate(0),
+      mDurationUs(0) {
     pthread_mutex_init(&mLock, nullptr);
     AMediaFormat_copy(mFormat, format);
     const qmkvd_format &f = mDSF->mFormat;
@@ -126,6 +129,10 @@ media_status_t QMKVSource::start() {
     AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_BITS_PER_SAMPLE, &mBitsPerSample);
     mPcmEncoding = kEncoding16;
     AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_PCM_ENCODING, &mPcmEncoding);
+    mSampleRate = 0;
+    mDurationUs = 0;
+    mHasRateAndDuration = AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_SAMPLE_RATE, &mSampleRate) &&
+                          AMediaFormat_getInt64(mFormat, AMEDIAFORMAT_KEY_DURATION, &mDurationUs);
     mStarted = true;
     return AMEDIA_OK;
 }
@@ -256,14 +263,10 @@ media_status_t QMKVSource::read(MediaBufferHelper **out, const ReadOptions *opti
     if (mStreamType == QMKVD_TRACK_AUDIO && (mCodec == 0x2674F || mCodec == 0x6751)) {
         // The last Vorbis packets say how many of their samples lie inside
         // the track's duration.
-        int32_t rate = 0;
-        int64_t durationUs = 0;
-        if (!AMediaFormat_getInt32(mFormat, AMEDIAFORMAT_KEY_SAMPLE_RATE, &rate) ||
-            !AMediaFormat_getInt64(mFormat, AMEDIAFORMAT_KEY_DURATION, &durationUs))
-            return give_back(AMEDIA_ERROR_MALFORMED);
-        if (durationUs > pts / 10)
+        if (!mHasRateAndDuration) return give_back(AMEDIA_ERROR_MALFORMED);
+        if (mDurationUs > pts / 10)
             AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_VALID_SAMPLES,
-                                  (int32_t)((durationUs - pts / 10) * rate / 1000000));
+                                  (int32_t)((mDurationUs - pts / 10) * mSampleRate / 1000000));
     }
 
     mBuffer->set_range(0, len);
