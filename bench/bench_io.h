@@ -1,8 +1,8 @@
 // The benchmark's one file-access primitive: positioned reads through the
-// host's FileSource (a pread loop), counted. Every reader under test (the
-// core, the plug-in, libavformat's custom I/O, libwebm's Reader) reads the
-// file through one of these, so "readAt calls" and "bytes read" mean the
-// same thing for all of them.
+// host's FileSource (the file mapped, a read a copy), counted. Every reader
+// under test (the core, the plug-in, libavformat's custom I/O, libwebm's
+// Reader) reads the file through one of these, so "readAt calls" and
+// "bytes read" mean the same thing for all of them.
 #ifndef QMKV_BENCH_IO_H_
 #define QMKV_BENCH_IO_H_
 
@@ -16,7 +16,7 @@
 namespace qmkvbench {
 
 struct IoCounts {
-    uint64_t calls = 0;  // readAt calls (each at least one pread)
+    uint64_t calls = 0;  // readAt calls
     uint64_t bytes = 0;  // bytes the calls returned
 };
 

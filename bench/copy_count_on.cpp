@@ -2,8 +2,9 @@
 // fortified forms) are interposed so that the bytes every reader copies in
 // user space can be counted. The executable is linked with -rdynamic, so the
 // shared libraries (libavformat, libavutil, libwebm, libutils) bind to these
-// definitions too. Copies glibc makes internally are not seen; the readers
-// under test are fed through pread, which is counted separately.
+// definitions too. Copies glibc makes internally are not seen. The host
+// source's copies out of the mapped file are counted too: they are the
+// readers' reads.
 #include <dlfcn.h>
 #include <stddef.h>
 #include <stdint.h>

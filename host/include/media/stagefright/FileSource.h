@@ -1,6 +1,7 @@
 // A data source over a local file, handed to plug-ins as a CDataSource. Like
 // the platform's caching sources it makes small reads cheap: the file is
-// mapped, and a read is a copy (pread when the file cannot be mapped).
+// mapped, and a read is a copy (pread when the file cannot be mapped), after
+// which the bytes that follow are prefetched.
 #ifndef HOST_FILE_SOURCE_H_
 #define HOST_FILE_SOURCE_H_
 
