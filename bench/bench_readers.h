@@ -63,8 +63,6 @@ public:
     virtual bool seekRead(int track, int64_t timeUs, Sink &sink) = 0;
     virtual void endTrack(int track) = 0;
     virtual IoCounts io() const = 0;
-    // Reader-specific detail for the child's JSON line ("key": value, ...).
-    virtual std::string extraJson() const { return ""; }
 };
 
 enum class Kind { kRaw, kCore, kCoreDirect, kPlugin, kLavf, kWebm };

@@ -141,13 +141,12 @@ int runChild(const std::string &kindName, const std::string &path, const std::st
     const IoCounts after = reader->io();
     printf("{\"reader\": \"%s\", \"ok\": %s, \"frames\": %llu, \"bytes\": %llu, \"open_reads\": %llu, "
            "\"open_read_bytes\": %llu, \"reads\": %llu, \"read_bytes\": %llu, \"copy_bytes\": %llu, "
-           "\"copy_calls\": %llu, \"copy_counted\": %s, \"vmhwm_kib\": %ld%s%s}\n",
+           "\"copy_calls\": %llu, \"copy_counted\": %s, \"vmhwm_kib\": %ld}\n",
            kindName.c_str(), ok ? "true" : "false", (unsigned long long)sink.frames,
            (unsigned long long)sink.bytes, (unsigned long long)before.calls, (unsigned long long)before.bytes,
            (unsigned long long)(after.calls - before.calls), (unsigned long long)(after.bytes - before.bytes),
            (unsigned long long)copyCountedBytes(), (unsigned long long)copyCountedCalls(),
-           copyCountingAvailable() ? "true" : "false", peakRssKiB(), reader->extraJson().empty() ? "" : ", ",
-           reader->extraJson().c_str());
+           copyCountingAvailable() ? "true" : "false", peakRssKiB());
     if (!ok) fprintf(stderr, "qmkv_bench: %s: %s\n", path.c_str(), error.c_str());
     return ok ? 0 : 1;
 }
