@@ -50,7 +50,7 @@ bool groupHasBuffers(void *h) { return group(h)->has_buffers(); }
 }  // namespace
 
 MediaBuffer::MediaBuffer(std::shared_ptr<Pool> pool, size_t size)
-    : mPool(std::move(pool)), mData(size), mRangeLength(size), mMeta(AMediaFormat_new()) {
+    : mPool(std::move(pool)), mData(new uint8_t[size]), mSize(size), mRangeLength(size), mMeta(AMediaFormat_new()) {
     mRecord.handle = this;
     mRecord.release = recordRelease;
     mRecord.data = recordData;
@@ -66,8 +66,8 @@ MediaBuffer::~MediaBuffer() {
 }
 
 void MediaBuffer::set_range(size_t offset, size_t length) {
-    LOG_ALWAYS_FATAL_IF(offset > mData.size() || length > mData.size() - offset,
-                        "set_range(%zu, %zu) outside a buffer of %zu bytes", offset, length, mData.size());
+    LOG_ALWAYS_FATAL_IF(offset > mSize || length > mSize - offset,
+                        "set_range(%zu, %zu) outside a buffer of %zu bytes", offset, length, mSize);
     mRangeOffset = offset;
     mRangeLength = length;
 }
@@ -151,7 +151,9 @@ media_status_t MediaBufferGroup::acquire_buffer(MediaBuffer **out, bool nonBlock
             if (tooSmall == nullptr) tooSmall = b;
         }
         if (chosen == nullptr && tooSmall != nullptr) {
-            tooSmall->mData.resize(requestedSize);
+            // A new block: what the old one held is not kept.
+            tooSmall->mData.reset(new uint8_t[requestedSize]);
+            tooSmall->mSize = requestedSize;
             chosen = tooSmall;
         }
         if (chosen == nullptr && buffers.size() < mPool->growthLimit) {
@@ -161,7 +163,7 @@ media_status_t MediaBufferGroup::acquire_buffer(MediaBuffer **out, bool nonBlock
         if (chosen != nullptr) {
             chosen->mHeld = true;
             chosen->mRangeOffset = 0;
-            chosen->mRangeLength = chosen->mData.size();
+            chosen->mRangeLength = chosen->mSize;
             AMediaFormat_clear(chosen->mMeta);
             *out = chosen;
             return AMEDIA_OK;

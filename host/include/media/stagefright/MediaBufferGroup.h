@@ -29,8 +29,8 @@ public:
     MediaBuffer(const MediaBuffer &) = delete;
     MediaBuffer &operator=(const MediaBuffer &) = delete;
 
-    void *data() { return mData.data(); }
-    size_t size() const { return mData.size(); }
+    void *data() { return mData.get(); }
+    size_t size() const { return mSize; }
     size_t range_offset() const { return mRangeOffset; }
     size_t range_length() const { return mRangeLength; }
     // Aborts when the range does not lie within the buffer.
@@ -56,7 +56,10 @@ private:
     ~MediaBuffer();
 
     std::shared_ptr<Pool> mPool;
-    std::vector<uint8_t> mData;
+    // Not zero-filled, as on a device: a track source writes before it sets
+    // the range, and memory checkers see any read of bytes never written.
+    std::unique_ptr<uint8_t[]> mData;
+    size_t mSize;
     size_t mRangeOffset = 0;
     size_t mRangeLength = 0;
     AMediaFormat *mMeta;
