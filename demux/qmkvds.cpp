@@ -8,6 +8,7 @@
 
 #include "demux/qmkvd.h"
 #include "demux/qmkvd_cluster.h"
+#include "demux/qmkvd_time.h"
 #include "demux/qmkvd_window.h"
 
 namespace {
@@ -152,5 +153,5 @@ int64_t get_time_pts(qmkvds *s, uint64_t cluster_timecode, int16_t relative_time
 int64_t get_time_dts(qmkvds *s, uint64_t, int16_t) {
     const int32_t r = check_open(s);
     if (r != 0) return r;
-    return s->base_time + s->default_duration_100ns * (int64_t)s->dts_counter++;
+    return qmkvd_wrap_add(s->base_time, qmkvd_wrap_mul(s->default_duration_100ns, (int64_t)s->dts_counter++));
 }

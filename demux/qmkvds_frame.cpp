@@ -11,6 +11,7 @@
 #include "demux/qmkvd_ebml.h"
 #include "demux/qmkvd_nal.h"
 #include "demux/qmkvds.h"
+#include "demux/qmkvd_time.h"
 #include "demux/qmkvd_window.h"
 
 namespace {
@@ -100,12 +101,12 @@ int32_t read_new_block(qmkvds *s, uint32_t *key) {
         const int64_t pts = s->get_time(s, s->cluster.timecode, s->block.rel_timecode);
         s->block_pts = pts;
         if (s->last_block_time >= 0 && (s->default_duration_100ns == 0 || s->stream_type == QMKVD_TRACK_AUDIO))
-            s->default_duration_100ns = pts - s->last_block_time;
+            s->default_duration_100ns = qmkvd_wrap_sub(pts, s->last_block_time);
         int64_t duration = s->default_duration_100ns;
         s->last_block_time = pts;
         if (s->stream_type == QMKVD_TRACK_SUBTITLE && s->block.block_duration != 0)
             duration = (int64_t)s->timecode_scale * s->block.block_duration / 100;
-        s->block_end = pts + duration;
+        s->block_end = qmkvd_wrap_add(pts, duration);
 
         qmkvd_cursor c = {&s->window, s->mfal, s->file, getpos(s)};
         if (!qmkvd_cursor_byte(&c, &s->block.flags)) return QMKVD_ERR_READ;
@@ -190,7 +191,7 @@ int32_t qmkvds_get_frm_onebyone(qmkvds *s, uint8_t *buf, uint32_t buf_size, uint
         const int32_t r = read_new_block(s, key);
         if (r != 0) return r;
         new_block = true;
-        const int64_t duration = s->block_end - s->block_pts;
+        const int64_t duration = qmkvd_wrap_sub(s->block_end, s->block_pts);
         // The divisor comes from the previous block when that one was laced.
         s->lace_duration = s->prev_lace_count < 2 ? duration / (s->lace_last + 1) : duration / s->prev_lace_count;
     }
@@ -198,8 +199,8 @@ int32_t qmkvds_get_frm_onebyone(qmkvds *s, uint8_t *buf, uint32_t buf_size, uint
     int64_t frame_pts = s->block_pts;
     int64_t frame_end = s->block_end;
     if (s->lace_last >= 2 && s->lace_duration >= 1) {
-        frame_pts = s->block_pts + i * s->lace_duration;
-        frame_end = frame_pts + s->lace_duration;
+        frame_pts = qmkvd_wrap_add(s->block_pts, qmkvd_wrap_mul(i, s->lace_duration));
+        frame_end = qmkvd_wrap_add(frame_pts, s->lace_duration);
     }
     set_times(frame_pts, frame_end, pts, end);
     const uint32_t prefix = header_stripped(s) ? s->comp_settings_size : 0;
@@ -332,7 +333,8 @@ int32_t qmkvds_get_frm_default(qmkvds *s, uint8_t *buf, uint32_t buf_size, uint3
             // A subtitle gap: an empty sample just before the other block,
             // held over a size query like any frame.
             *size = 0;
-            set_times(s->block_pts - kGapSampleLead, s->block_end - kGapSampleLead, pts, end);
+            set_times(qmkvd_wrap_sub(s->block_pts, kGapSampleLead), qmkvd_wrap_sub(s->block_end, kGapSampleLead), pts,
+                      end);
             if (key != nullptr) *key = 0;
             s->peeked = buf == nullptr;
             s->peeked_size = 0;

@@ -7,6 +7,7 @@
 
 #include "demux/qmkvd.h"
 #include "demux/qmkvd_codec.h"
+#include "demux/qmkvd_time.h"
 #include "demux/qmkvds.h"
 #include "extractor/qmkv_check.h"
 #include "extractor/qmkv_extractor.h"
@@ -25,6 +26,10 @@ const int32_t kEncodingFloat = 4;
 // The framework's seek modes to the core's; there is no frame-exact seek,
 // so "closest" lands on the sync point before.
 const int32_t kSeekModes[4] = {QMKVDS_SEEK_PREVIOUS, QMKVDS_SEEK_NEXT, QMKVDS_SEEK_CLOSEST, QMKVDS_SEEK_PREVIOUS};
+
+// Microseconds from `pts` to a later `end` (100 ns units); exact even when
+// the difference does not fit a signed 64-bit number.
+int64_t span_us(int64_t pts, int64_t end) { return (int64_t)(((uint64_t)end - (uint64_t)pts) / 10); }
 
 class Locked {
 public:
@@ -206,12 +211,12 @@ void QMKVSource::setSampleMeta(AMediaFormat *meta, size_t *len, size_t capacity,
         // Text samples are NUL-terminated when there is room.
         if (*len >= 1 && *len < capacity) {
             static_cast<uint8_t *>(mBuffer->data())[(*len)++] = 0;
-            if (end >= pts && end != pts) AMediaFormat_setInt64(meta, AMEDIAFORMAT_KEY_DURATION, (end - pts) / 10);
+            if (end > pts) AMediaFormat_setInt64(meta, AMEDIAFORMAT_KEY_DURATION, span_us(pts, end));
         } else {
             AMediaFormat_setInt64(meta, AMEDIAFORMAT_KEY_DURATION, -1);
         }
     } else if (end > pts) {
-        AMediaFormat_setInt64(meta, AMEDIAFORMAT_KEY_DURATION, (end - pts) / 10);
+        AMediaFormat_setInt64(meta, AMEDIAFORMAT_KEY_DURATION, span_us(pts, end));
     }
 }
 
@@ -266,7 +271,7 @@ media_status_t QMKVSource::read(MediaBufferHelper **out, const ReadOptions *opti
         if (!mHasRateAndDuration) return give_back(AMEDIA_ERROR_MALFORMED);
         if (mDurationUs > pts / 10)
             AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_VALID_SAMPLES,
-                                  (int32_t)((mDurationUs - pts / 10) * mSampleRate / 1000000));
+                                  (int32_t)(qmkvd_wrap_mul(qmkvd_wrap_sub(mDurationUs, pts / 10), mSampleRate) / 1000000));
     }
 
     mBuffer->set_range(0, len);
