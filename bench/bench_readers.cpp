@@ -751,11 +751,15 @@ std::unique_ptr<Reader> makeReader(Kind kind, const std::vector<uint32_t> &maxIn
 }
 
 bool fileFacts(const std::string &path, std::vector<uint32_t> *maxInput, int64_t *durationUs) {
-    PluginReader plugin;
-    std::string error;
-    if (!plugin.open(path, &error)) return false;
-    maxInput->clear();
-    for (int t = 0; t < plugin.trackCount(); ++t) maxInput->push_back((uint32_t)plugin.maxInput(t));
+    {
+        // Gone before the core opens: each source maps the file, and a child
+        // that measures peak memory must hold one mapping at a time.
+        PluginReader plugin;
+        std::string error;
+        if (!plugin.open(path, &error)) return false;
+        maxInput->clear();
+        for (int t = 0; t < plugin.trackCount(); ++t) maxInput->push_back((uint32_t)plugin.maxInput(t));
+    }
 
     CountingSource source(path);
     android::DataSourceHelper helper(source.wrap());

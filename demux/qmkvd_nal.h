@@ -25,5 +25,7 @@ QCMN_API int32_t modify_nal_header3(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint8_t *
 // (the output is the same length). Returns the output length, or 0 for a
 // malformed frame, as the streaming rewriter would deliver it.
 uint32_t qmkvd_nal_rewrite_in_place(uint8_t *frame, uint32_t size);
+// The length that rewrite would give, without writing.
+uint32_t qmkvd_nal_measure_in_place(const uint8_t *frame, uint32_t size);
 
 #endif  // QMKVD_NAL_H_

@@ -139,13 +139,25 @@ int32_t rewrite_nal(qmkvds *s, uint8_t *out, uint32_t in_size, uint32_t out_cap,
     // must never be passed that way.
     if (out != nullptr && out_cap == 0) return QMKVD_ERR_BUFFER;
     const int32_t cap = out_cap > (uint32_t)INT32_MAX ? INT32_MAX : (int32_t)out_cap;
-    if (out != nullptr && s->nal_length_size == 4 && !header_stripped(s) && in_size <= out_cap) {
-        // Start codes are as long as 4-byte length fields: the frame is read
-        // in one piece and rewritten where it lies.
+    // Start codes are as long as 4-byte length fields: a frame is read in
+    // one piece and rewritten where it lies, and one that fits the window is
+    // measured there (the read that follows then copies it from there).
+    const bool in_place = s->nal_length_size == 4 && !header_stripped(s);
+    if (in_place && out != nullptr && in_size <= out_cap) {
         const int64_t end = getpos(s) + in_size;
         *out_size = read_exact(s, out, in_size) ? qmkvd_nal_rewrite_in_place(out, in_size) : 0;
         s->mfal->setpos(s->file, &end);
         return 0;
+    }
+    if (in_place && out == nullptr && in_size <= s->window.cap) {
+        const int64_t start = getpos(s);
+        uint32_t avail = 0;
+        const uint8_t *frame = qmkvd_window_at(&s->window, s->mfal, s->file, start, in_size, &avail);
+        s->mfal->setpos(s->file, &start);
+        if (frame != nullptr && avail >= in_size) {
+            *out_size = qmkvd_nal_measure_in_place(frame, in_size);
+            return 0;
+        }
     }
     if (header_stripped(s)) {
         return modify_nal_header3(s->mfal, s->file, out, (int32_t)in_size, cap, s->nal_length_size, out_size,

@@ -175,6 +175,7 @@ TEST(Nal, InPlaceRewriteMatchesTheStreamingOne) {
         const uint32_t size = qmkvd_nal_rewrite_in_place(frame.data(), (uint32_t)frame.size());
         EXPECT_EQ(streamed.size, size);
         EXPECT_EQ(c.malformed ? 0u : (uint32_t)c.expected.size(), size);
+        EXPECT_EQ(size, qmkvd_nal_measure_in_place(c.frame.data(), (uint32_t)c.frame.size()));
         if (!c.malformed) {
             EXPECT_EQ(c.expected, frame);
         }
