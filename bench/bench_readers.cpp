@@ -79,6 +79,30 @@ private:
     IoCounts mCounts;
 };
 
+// Reads all `n` tracks at once, each time from the one whose last frame is
+// earliest, as a player pulls them. `step(track, &last_time, &why)` reads
+// one frame: 0 to go on, 1 at the track's end, -1 with `why` on failure.
+template <typename Step>
+bool pullInterleaved(int n, std::string *error, Step step) {
+    std::vector<int64_t> last(n, 0);
+    std::vector<bool> done(n, false);
+    for (int left = n; left > 0;) {
+        int t = -1;
+        for (int i = 0; i < n; ++i)
+            if (!done[i] && (t < 0 || last[i] < last[t])) t = i;
+        std::string why;
+        const int r = step(t, &last[t], &why);
+        if (r == 0) continue;
+        if (r < 0) {
+            *error = "track " + std::to_string(t) + " " + why;
+            return false;
+        }
+        done[t] = true;
+        --left;
+    }
+    return true;
+}
+
 // ---------------------------------------------------------------------------
 // The demuxer core: qmkvd_create, then qmkvds_get_frm per stream, either as
 // the probe does it (size query, then the read) or as the plug-in's track
@@ -139,8 +163,6 @@ public:
     }
     int trackCount() const override { return mFormat.track_count; }
 
-    // All tracks at once, each time from the track that is furthest
-    // behind, as a player pulls them.
     bool readAll(Sink &sink, std::string *error) override {
         const int n = mFormat.track_count;
         for (int t = 0; t < n; ++t) {
@@ -149,23 +171,14 @@ public:
                 return false;
             }
         }
-        std::vector<int64_t> last(n, 0);
-        std::vector<bool> done(n, false);
-        for (int left = n; left > 0;) {
-            int t = -1;
-            for (int i = 0; i < n; ++i)
-                if (!done[i] && (t < 0 || last[i] < last[t])) t = i;
-            const int32_t r = readFrame(t, sink, &last[t]);
-            if (r == 0) continue;
-            if (r != QMKVD_END_OF_STREAM) {
-                *error = "track " + std::to_string(t) + " ended with " + std::to_string(r);
-                return false;
-            }
-            done[t] = true;
+        return pullInterleaved(n, error, [&](int t, int64_t *last, std::string *why) {
+            const int32_t r = readFrame(t, sink, last);
+            if (r == 0) return 0;
             endTrack(t);
-            --left;
-        }
-        return true;
+            if (r == QMKVD_END_OF_STREAM) return 1;
+            *why = "ended with " + std::to_string(r);
+            return -1;
+        });
     }
     bool firstFrame(Sink &sink) override {
         if (!beginTrack(0)) return false;
@@ -275,8 +288,6 @@ public:
         return true;
     }
     int trackCount() const override { return (int)mTrackMeta.size(); }
-    // All tracks at once, each time from the track that is furthest
-    // behind, as the framework pulls them.
     bool readAll(Sink &sink, std::string *error) override {
         const int n = trackCount();
         for (int t = 0; t < n; ++t) {
@@ -285,29 +296,20 @@ public:
                 return false;
             }
         }
-        std::vector<int64_t> last(n, 0);
-        std::vector<bool> done(n, false);
-        for (int left = n; left > 0;) {
-            int t = -1;
-            for (int i = 0; i < n; ++i)
-                if (!done[i] && (t < 0 || last[i] < last[t])) t = i;
+        return pullInterleaved(n, error, [&](int t, int64_t *last, std::string *why) {
             qmkvhost::Sample sample;
             const media_status_t status = mTracks[t]->read(&sample);
             if (status == AMEDIA_OK) {
                 sink.landed(sample->range_length());
-                AMediaFormat_getInt64(sample->meta_data(), AMEDIAFORMAT_KEY_TIME_US, &last[t]);
-                continue;
-            }
-            if (status != AMEDIA_ERROR_END_OF_STREAM) {
-                *error = "track " + std::to_string(t) + " read status " + std::to_string(status);
-                return false;
+                AMediaFormat_getInt64(sample->meta_data(), AMEDIAFORMAT_KEY_TIME_US, last);
+                return 0;
             }
             sample.reset();
-            done[t] = true;
             endTrack(t);
-            --left;
-        }
-        return true;
+            if (status == AMEDIA_ERROR_END_OF_STREAM) return 1;
+            *why = "read status " + std::to_string(status);
+            return -1;
+        });
     }
     bool firstFrame(Sink &sink) override {
         if (!beginTrack(0)) return false;
