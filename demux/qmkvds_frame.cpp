@@ -132,6 +132,25 @@ void set_times(int64_t pts, int64_t end, int64_t *pts_out, int64_t *end_out) {
     *end_out = end;
 }
 
+// The size a frame of 4-byte length fields at `start` rewrites to: its own,
+// or 0 when a length field is cut short, as the streaming rewriter measures.
+uint32_t measure_lengths(qmkvds *s, int64_t start, uint32_t in_size) {
+    uint64_t remaining = in_size;
+    int64_t pos = start;
+    while (remaining > 0) {
+        if (remaining <= 4) return 0;
+        uint32_t avail = 0;
+        const uint8_t *p = qmkvd_window_at(&s->window, s->mfal, s->file, pos, 4, &avail);
+        if (p == nullptr || avail < 4) return 0;
+        const uint32_t length = (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3];
+        remaining -= 4;
+        const uint64_t n = length < remaining ? length : remaining;
+        pos += 4 + (int64_t)n;
+        remaining -= n;
+    }
+    return in_size;
+}
+
 // Rewrites (or, with `out` null, measures) one NAL-prefixed frame of
 // `in_size` bytes at the file position.
 int32_t rewrite_nal(qmkvds *s, uint8_t *out, uint32_t in_size, uint32_t out_cap, uint32_t *out_size) {
@@ -140,8 +159,9 @@ int32_t rewrite_nal(qmkvds *s, uint8_t *out, uint32_t in_size, uint32_t out_cap,
     if (out != nullptr && out_cap == 0) return QMKVD_ERR_BUFFER;
     const int32_t cap = out_cap > (uint32_t)INT32_MAX ? INT32_MAX : (int32_t)out_cap;
     // Start codes are as long as 4-byte length fields: a frame is read in
-    // one piece and rewritten where it lies, and one that fits the window is
-    // measured there (the read that follows then copies it from there).
+    // one piece and rewritten where it lies, and measured by reading only
+    // its length fields, most often already in the window with the block
+    // header (the read that follows then moves each byte once).
     const bool in_place = s->nal_length_size == 4 && !header_stripped(s);
     if (in_place && out != nullptr && in_size <= out_cap) {
         const int64_t end = getpos(s) + in_size;
@@ -149,15 +169,11 @@ int32_t rewrite_nal(qmkvds *s, uint8_t *out, uint32_t in_size, uint32_t out_cap,
         s->mfal->setpos(s->file, &end);
         return 0;
     }
-    if (in_place && out == nullptr && in_size <= s->window.cap) {
+    if (in_place && out == nullptr) {
         const int64_t start = getpos(s);
-        uint32_t avail = 0;
-        const uint8_t *frame = qmkvd_window_at(&s->window, s->mfal, s->file, start, in_size, &avail);
+        *out_size = measure_lengths(s, start, in_size);
         s->mfal->setpos(s->file, &start);
-        if (frame != nullptr && avail >= in_size) {
-            *out_size = qmkvd_nal_measure_in_place(frame, in_size);
-            return 0;
-        }
+        return 0;
     }
     if (header_stripped(s)) {
         return modify_nal_header3(s->mfal, s->file, out, (int32_t)in_size, cap, s->nal_length_size, out_size,

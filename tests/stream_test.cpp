@@ -271,6 +271,69 @@ TEST(Stream, NalTracks) {
     EXPECT_EQ(-3, last) << "a laced block in a NAL track";
 }
 
+// A frame of NAL units with 4-byte length fields.
+Bytes nalFrame(std::initializer_list<Bytes> units) {
+    Bytes out;
+    for (const Bytes &u : units) {
+        const uint32_t n = (uint32_t)u.size();
+        Bytes len = {(uint8_t)(n >> 24), (uint8_t)(n >> 16), (uint8_t)(n >> 8), (uint8_t)n};
+        out.insert(out.end(), len.begin(), len.end());
+        out.insert(out.end(), u.begin(), u.end());
+    }
+    return out;
+}
+
+Bytes startCoded(std::initializer_list<Bytes> units) {
+    Bytes out;
+    for (const Bytes &u : units) {
+        out.insert(out.end(), {0, 0, 0, 1});
+        out.insert(out.end(), u.begin(), u.end());
+    }
+    return out;
+}
+
+TEST(Stream, FourByteNalSizeQueryAgreesWithTheRead) {
+    // A size query reads only the length fields, wherever they lie; the
+    // read that follows must deliver exactly that many bytes.
+    const Bytes big = bytesOf(20000, 3);
+    struct Case {
+        const char *name;
+        Bytes frame, expect;
+    } cases[] = {
+        {"one unit", nalFrame({bytesOf(3, 1)}), startCoded({bytesOf(3, 1)})},
+        {"two units", nalFrame({bytesOf(5, 1), bytesOf(2, 9)}), startCoded({bytesOf(5, 1), bytesOf(2, 9)})},
+        {"length past the frame is cut", Bytes({0, 0, 0, 9, 0xAA, 0xBB}), Bytes({0, 0, 0, 1, 0xAA, 0xBB})},
+        {"bare length field at the end", cat({nalFrame({bytesOf(4, 1)}), Bytes({0, 0, 0, 5})}), Bytes()},
+        {"units beyond the window", nalFrame({big, big, big}), startCoded({big, big, big})},
+        {"beyond the window, cut tail", cat({nalFrame({big, big}), Bytes({0, 0, 7})}), Bytes()},
+    };
+    Bytes avcC = {1, 0x42, 0, 0x1E, 0xFF, 0xE1, 0, 1, 0x67, 1, 0, 1, 0x68};
+    Bytes t = tracks({trackEntry(1, 1, "V_MPEG4/ISO/AVC", {bin_el(mkv::CodecPrivate, avcC)})});
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        const Bytes next = nalFrame({bytesOf(6, 50)});
+        CoreFile f(file({segmentInfo(), t, clusterOf(0, {simpleBlock(1, 0, 0x80, c.frame), simpleBlock(1, 40, 0, next)})}));
+        ASSERT_NE(nullptr, f.inst);
+        ASSERT_EQ(4u, f.inst->streams[0].nal_length_size);
+        qmkvds *s = qmkvds_open(f.inst, 0, nullptr);
+        ASSERT_NE(nullptr, s);
+        uint32_t queried = 0, size = 0, key = 0;
+        int64_t pts = 0, end = 0;
+        ASSERT_EQ(0, qmkvds_get_frm(s, nullptr, 0, &queried, &pts, &end, &key));
+        EXPECT_EQ(c.expect.size(), queried);
+        Bytes buf(c.frame.size() + 1);
+        ASSERT_EQ(0, qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &pts, &end, &key));
+        buf.resize(size);
+        EXPECT_EQ(c.expect, buf);
+        // The stream stays in step: the next block follows whole.
+        Bytes after(64);
+        ASSERT_EQ(0, qmkvds_get_frm(s, after.data(), (uint32_t)after.size(), &size, &pts, &end, &key));
+        after.resize(size);
+        EXPECT_EQ(startCoded({bytesOf(6, 50)}), after);
+        qmkvds_close(s);
+    }
+}
+
 TEST(Stream, OpenCloseRules) {
     CoreFile f(minimalFile());
     ASSERT_NE(nullptr, f.inst);
