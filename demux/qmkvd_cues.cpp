@@ -230,12 +230,14 @@ int32_t walk_cues(const qmkvd *inst, qmkvd_cue_table *cues, const uint8_t *buf, 
                 if (step == 0) step = capacity_step(got, size);
                 if (!grow_table(cues, step)) return -1;
             }
-            qmkvd_cue_point cp = {};
-            cp.cue_point_pos = cues->cues_pos + (int64_t)data;
-            cp.cue_point_size = (uint32_t)size;
-            if (parse_cuepoint_ctx_fast(audio, buf + data, size, cp.cue_point_pos, &cp) != 0) return -1;
+            // Decoded in place: the slot is kept by counting it, or reused.
+            qmkvd_cue_point *cp = &cues->cue_points[cues->cue_count];
+            memset(cp, 0, sizeof(*cp));
+            cp->cue_point_pos = cues->cues_pos + (int64_t)data;
+            cp->cue_point_size = (uint32_t)size;
+            if (parse_cuepoint_ctx_fast(audio, buf + data, size, cp->cue_point_pos, cp) != 0) return -1;
             // A position of 0 is no usable cluster: nothing is kept.
-            if (cp.cue_cluster_position != 0) cues->cue_points[cues->cue_count++] = cp;
+            if (cp->cue_cluster_position != 0) cues->cue_count++;
         }
         if (size >= got - data) break;
         pos = data + size;
