@@ -32,23 +32,29 @@ namespace qmkvbench {
 namespace {
 
 // ---------------------------------------------------------------------------
-// Raw read limit: the whole file through plain pread(2), 1 MiB at a time,
-// into one reused buffer. No frames; it bounds what any reader can do with
-// the bytes. Counted like the other readers' sources.
+// Raw read limits: the whole file, 1 MiB at a time, into one reused buffer,
+// either through plain pread(2) on its own descriptor (what any reader of
+// the file could reach) or through the counted host source every reader
+// under test uses (what a reader of that source can reach: the source maps
+// the file, so its page table entries are faulted in as the copy goes). No
+// frames.
 
 class RawReader : public Reader {
 public:
+    explicit RawReader(bool throughSource) : mThroughSource(throughSource) {}
     ~RawReader() override {
         if (mFd >= 0) close(mFd);
     }
-    const char *name() const override { return "raw pread"; }
+    const char *name() const override { return mThroughSource ? "raw source" : "raw pread"; }
     bool open(const std::string &path, std::string *error) override {
-        mFd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (mFd < 0) {
-            *error = "cannot open " + path;
-            return false;
+        if (mThroughSource) {
+            mSource.reset(new CountingSource(path));
+            mSize = mSource->ok() ? mSource->size() : -1;
+        } else {
+            mFd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+            mSize = mFd < 0 ? -1 : lseek(mFd, 0, SEEK_END);
         }
-        mSize = lseek(mFd, 0, SEEK_END);
+        if (mSize < 0) *error = "cannot open " + path;
         return mSize >= 0;
     }
     int trackCount() const override { return 0; }
@@ -57,10 +63,12 @@ public:
         uint8_t *buf = sink.room(chunk);
         int64_t pos = 0;
         for (;;) {
-            const ssize_t n = pread(mFd, buf, chunk, pos);
+            const ssize_t n = mThroughSource ? mSource->readAt(pos, buf, chunk) : pread(mFd, buf, chunk, pos);
             if (n <= 0) break;
-            mCounts.calls++;
-            mCounts.bytes += (uint64_t)n;
+            if (!mThroughSource) {
+                mCounts.calls++;
+                mCounts.bytes += (uint64_t)n;
+            }
             pos += n;
             sink.bytes += (uint64_t)n;
         }
@@ -71,10 +79,12 @@ public:
     bool beginTrack(int) override { return false; }
     bool seekRead(int, int64_t, Sink &) override { return false; }
     void endTrack(int) override {}
-    IoCounts io() const override { return mCounts; }
+    IoCounts io() const override { return mSource ? mSource->counts() : mCounts; }
 
 private:
+    bool mThroughSource;
     int mFd = -1;
+    std::unique_ptr<CountingSource> mSource;
     int64_t mSize = 0;
     IoCounts mCounts;
 };
@@ -715,6 +725,7 @@ private:
 const char *kindName(Kind k) {
     switch (k) {
         case Kind::kRaw: return "raw";
+        case Kind::kRawSource: return "raw-source";
         case Kind::kCore: return "core";
         case Kind::kCoreDirect: return "core-direct";
         case Kind::kPlugin: return "plugin";
@@ -725,8 +736,8 @@ const char *kindName(Kind k) {
 }
 
 const std::vector<Kind> &allKinds() {
-    static const std::vector<Kind> kinds = {Kind::kRaw,    Kind::kCore, Kind::kCoreDirect,
-                                            Kind::kPlugin, Kind::kLavf, Kind::kWebm};
+    static const std::vector<Kind> kinds = {Kind::kRaw,        Kind::kRawSource, Kind::kCore, Kind::kCoreDirect,
+                                            Kind::kPlugin,     Kind::kLavf,      Kind::kWebm};
     return kinds;
 }
 
@@ -742,7 +753,8 @@ bool kindFromName(const std::string &name, Kind *out) {
 
 std::unique_ptr<Reader> makeReader(Kind kind, const std::vector<uint32_t> &maxInput) {
     switch (kind) {
-        case Kind::kRaw: return std::unique_ptr<Reader>(new RawReader());
+        case Kind::kRaw: return std::unique_ptr<Reader>(new RawReader(false));
+        case Kind::kRawSource: return std::unique_ptr<Reader>(new RawReader(true));
         case Kind::kCore: return std::unique_ptr<Reader>(new CoreReader(true, maxInput));
         case Kind::kCoreDirect: return std::unique_ptr<Reader>(new CoreReader(false, maxInput));
         case Kind::kPlugin: return std::unique_ptr<Reader>(new PluginReader());

@@ -65,7 +65,10 @@ public:
     virtual IoCounts io() const = 0;
 };
 
-enum class Kind { kRaw, kCore, kCoreDirect, kPlugin, kLavf, kWebm };
+enum class Kind { kRaw, kRawSource, kCore, kCoreDirect, kPlugin, kLavf, kWebm };
+
+// The read limits, which deliver no frames.
+inline bool isRawKind(Kind k) { return k == Kind::kRaw || k == Kind::kRawSource; }
 
 // Names as printed and as given on the command line.
 const char *kindName(Kind k);

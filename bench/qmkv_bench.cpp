@@ -268,7 +268,7 @@ void measureThroughput(FileResult &fr, const Config &cfg, const std::vector<uint
 void measureFirstFrame(FileResult &fr, const Config &cfg, const std::vector<uint32_t> &maxInput) {
     for (int rep = 0; rep < cfg.openReps; ++rep) {
         for (Kind k : cfg.kinds) {
-            if (k == Kind::kRaw) continue;
+            if (isRawKind(k)) continue;
             FirstFrame &ff = fr.ff[k];
             const double t0 = now();
             std::unique_ptr<Reader> reader = makeReader(k, maxInput);
@@ -290,7 +290,7 @@ void measureFirstFrame(FileResult &fr, const Config &cfg, const std::vector<uint
 void measureSeeks(FileResult &fr, const Config &cfg, const std::vector<uint32_t> &maxInput) {
     const std::vector<int64_t> targets = seekTargets(cfg.seeks, fr.durationUs);
     for (Kind k : cfg.kinds) {
-        if (k == Kind::kRaw || k == Kind::kCoreDirect) continue;
+        if (isRawKind(k) || k == Kind::kCoreDirect) continue;
         Seeks &sk = fr.seeks[k];
         std::unique_ptr<Reader> reader = makeReader(k, maxInput);
         std::string error;
@@ -363,7 +363,7 @@ void printFile(const FileResult &fr, const Config &cfg) {
             printf("| error: %s |||||||||||||||||\n", tp.error.c_str());
             continue;
         }
-        const bool raw = k == Kind::kRaw;
+        const bool raw = isRawKind(k);
         printf("| %s | %.1f | %.1f | %.1f (%.0f) | %s | %.0f | %s | %s | %.3f ", raw ? "-" : std::to_string(tp.frames).c_str(),
                tp.bytes / 1e6, median(tp.readSec) * 1e3, median(tp.readCpu) * 1e3, median(tp.readSys) * 1e3,
                raw ? "-" : fmt("%.1f", fps(tp) / 1e3).c_str(), mbps(tp),
@@ -396,22 +396,24 @@ void printFile(const FileResult &fr, const Config &cfg) {
 void printRatios(const std::vector<FileResult> &results, bool cpu) {
     printf("\n### Ratios on %s (same run; > 1: the peer is faster, or the limit lies that far above us)\n\n",
            cpu ? "process CPU time" : "wall time");
-    printf("| file | raw MB/s / core MB/s | lavf fps / core fps | lavf fps / plug-in fps | libwebm fps / core fps | "
+    printf("| file | raw MB/s / core MB/s | raw source MB/s / core MB/s | raw MB/s / plug-in MB/s | lavf fps / core fps | lavf fps / plug-in fps | libwebm fps / core fps | "
            "libwebm fps / plug-in fps | core-direct fps / core fps | plug-in fps / core fps |\n");
-    printf("|---|---:|---:|---:|---:|---:|---:|---:|\n");
+    printf("|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
     for (const FileResult &fr : results) {
         auto get = [&](Kind k) -> const Throughput * {
             auto it = fr.tp.find(k);
             return it != fr.tp.end() && it->second.ok ? &it->second : nullptr;
         };
-        const Throughput *raw = get(Kind::kRaw), *core = get(Kind::kCore), *direct = get(Kind::kCoreDirect),
-                         *plugin = get(Kind::kPlugin), *lavf = get(Kind::kLavf), *webm = get(Kind::kWebm);
+        const Throughput *raw = get(Kind::kRaw), *rawSource = get(Kind::kRawSource), *core = get(Kind::kCore),
+                         *direct = get(Kind::kCoreDirect), *plugin = get(Kind::kPlugin), *lavf = get(Kind::kLavf),
+                         *webm = get(Kind::kWebm);
         auto ratio = [cpu](const Throughput *a, const Throughput *b, bool bytes) {
             if (a == nullptr || b == nullptr) return std::string("-");
             if (cpu) return fmt("%.2f", bytes ? mbpsCpu(*a) / mbpsCpu(*b) : fpsCpu(*a) / fpsCpu(*b));
             return fmt("%.2f", bytes ? mbps(*a) / mbps(*b) : fps(*a) / fps(*b));
         };
-        printf("| %s | %s | %s | %s | %s | %s | %s | %s |\n", fr.label.c_str(), ratio(raw, core, true).c_str(),
+        printf("| %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |\n", fr.label.c_str(),
+               ratio(raw, core, true).c_str(), ratio(rawSource, core, true).c_str(), ratio(raw, plugin, true).c_str(),
                ratio(lavf, core, false).c_str(), ratio(lavf, plugin, false).c_str(), ratio(webm, core, false).c_str(),
                ratio(webm, plugin, false).c_str(), ratio(direct, core, false).c_str(),
                ratio(plugin, core, false).c_str());
@@ -464,7 +466,7 @@ int usage() {
             "usage: qmkv_bench [--files DIR] [--reps N] [--open-reps N] [--seeks N] [--readers a,b] [--only f1,f2]\n"
             "                  [--no-memory] [--json OUT]\n"
             "       qmkv_bench --child READER FILE [--phase open|read]\n"
-            "readers: raw core core-direct plugin lavf libwebm\n");
+            "readers: raw raw-source core core-direct plugin lavf libwebm\n");
     return 2;
 }
 

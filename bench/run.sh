@@ -43,7 +43,7 @@ echo "bench: harness ($REPS reps, $OPEN_REPS open reps, $SEEKS seeks per track)"
 "$OUT/qmkv_bench" --files "$FILES" --reps "$REPS" --open-reps "$OPEN_REPS" --seeks "$SEEKS" \
   --json "$OUT/bench.json" 2>"$OUT/bench.log" | tee "$OUT/bench.md"
 
-READERS=(raw core core-direct plugin lavf libwebm)
+READERS=(raw raw-source core core-direct plugin lavf libwebm)
 NAMES=(hd1080.mkv opus11m.mka vorbis_laced.mkv long2h_cues.mkv long2h_nocues.mkv)
 
 echo "bench: readAt and memcpy counts" >&2
@@ -60,7 +60,7 @@ if [ "$CALLGRIND" != 0 ]; then
   for f in "${NAMES[@]}"; do
     for r in "${READERS[@]}"; do
       for phase in read open; do
-        [ "$r" = raw ] && [ "$phase" = open ] && continue
+        case "$r" in raw*) [ "$phase" = open ] && continue ;; esac
         LD_BIND_NOW=1 valgrind --tool=callgrind --instr-atstart=no --callgrind-out-file="$OUT/cg/$r.$phase.$f.out" \
           "$OUT/qmkv_bench" --child "$r" "$FILES/$f" --phase "$phase" >/dev/null 2>&1 || true
       done
