@@ -10,8 +10,10 @@
 namespace android {
 
 namespace {
-// Bytes after each read of the mapped file that are prefetched.
-const off64_t kPrefetchAhead = 2048;
+// Bytes after each read of the mapped file that are prefetched: enough for
+// the next block header and a small frame; more competes with the reads of
+// large frames for memory bandwidth.
+const off64_t kPrefetchAhead = 1024;
 const size_t kStreamingRead = 256;
 
 ssize_t wrapReadAt(void *h, off64_t offset, void *data, size_t size) {
