@@ -4,6 +4,7 @@
 #include "demux/qmkvd_nal.h"
 
 #include <stddef.h>
+#include <string.h>
 
 namespace {
 
@@ -126,32 +127,18 @@ int32_t modify_nal_header3(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint8_t *out, int3
 }
 
 uint32_t qmkvd_nal_measure_in_place(const uint8_t *frame, uint32_t size) {
-    const uint8_t *p = frame;
-    uint64_t remaining = size;
-    while (remaining > 0) {
-        // A length field must leave at least one byte of the frame after it.
-        if (remaining <= 4) return 0;
-        const uint32_t length = (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3];
-        remaining -= 4;
-        // A unit announced longer than the frame is cut at the frame's end.
-        const uint64_t n = length < remaining ? length : remaining;
-        p += 4 + n;
-        remaining -= n;
-    }
-    return size;
+    return qmkvd_nal_measure(size, [frame](uint64_t offset, uint32_t *length) {
+        *length = qmkvd_nal_length4(frame + offset);
+        return true;
+    });
 }
 
 uint32_t qmkvd_nal_rewrite_in_place(uint8_t *frame, uint32_t size) {
-    if (qmkvd_nal_measure_in_place(frame, size) != size) return 0;
-    uint8_t *p = frame;
-    uint64_t remaining = size;
-    while (remaining > 0) {
-        const uint32_t length = (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3];
-        for (int k = 0; k < 4; ++k) p[k] = kStartCode[k];
-        remaining -= 4;
-        const uint64_t n = length < remaining ? length : remaining;
-        p += 4 + n;
-        remaining -= n;
-    }
-    return size;
+    // One pass: a malformed frame is delivered empty, so the fields already
+    // turned into start codes by then do not matter.
+    return qmkvd_nal_measure(size, [frame](uint64_t offset, uint32_t *length) {
+        *length = qmkvd_nal_length4(frame + offset);
+        memcpy(frame + offset, kStartCode, sizeof(kStartCode));
+        return true;
+    });
 }

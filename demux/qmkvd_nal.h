@@ -28,4 +28,29 @@ uint32_t qmkvd_nal_rewrite_in_place(uint8_t *frame, uint32_t size);
 // The length that rewrite would give, without writing.
 uint32_t qmkvd_nal_measure_in_place(const uint8_t *frame, uint32_t size);
 
+// A big-endian 4-byte length field.
+static inline uint32_t qmkvd_nal_length4(const uint8_t *p) {
+    return (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3];
+}
+
+// The same measure wherever the frame's bytes are: `length_at(offset,
+// &length)` fetches the 4-byte length field at that offset of the frame,
+// false when it cannot. A field that cannot be read, or that leaves no byte
+// of the frame after it, makes the frame malformed (0).
+template <typename LengthAt>
+uint32_t qmkvd_nal_measure(uint32_t size, LengthAt length_at) {
+    uint64_t remaining = size;
+    uint64_t offset = 0;
+    while (remaining > 0) {
+        uint32_t length = 0;
+        if (remaining <= 4 || !length_at(offset, &length)) return 0;
+        remaining -= 4;
+        // A unit announced longer than the frame is cut at the frame's end.
+        const uint64_t n = length < remaining ? length : remaining;
+        offset += 4 + n;
+        remaining -= n;
+    }
+    return size;
+}
+
 #endif  // QMKVD_NAL_H_

@@ -132,23 +132,16 @@ void set_times(int64_t pts, int64_t end, int64_t *pts_out, int64_t *end_out) {
     *end_out = end;
 }
 
-// The size a frame of 4-byte length fields at `start` rewrites to: its own,
-// or 0 when a length field is cut short, as the streaming rewriter measures.
+// The size a frame of 4-byte length fields at `start` rewrites to, from its
+// length fields alone, read through the window.
 uint32_t measure_lengths(qmkvds *s, int64_t start, uint32_t in_size) {
-    uint64_t remaining = in_size;
-    int64_t pos = start;
-    while (remaining > 0) {
-        if (remaining <= 4) return 0;
+    return qmkvd_nal_measure(in_size, [s, start](uint64_t offset, uint32_t *length) {
         uint32_t avail = 0;
-        const uint8_t *p = qmkvd_window_at(&s->window, s->mfal, s->file, pos, 4, &avail);
-        if (p == nullptr || avail < 4) return 0;
-        const uint32_t length = (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3];
-        remaining -= 4;
-        const uint64_t n = length < remaining ? length : remaining;
-        pos += 4 + (int64_t)n;
-        remaining -= n;
-    }
-    return in_size;
+        const uint8_t *p = qmkvd_window_at(&s->window, s->mfal, s->file, start + (int64_t)offset, 4, &avail);
+        if (p == nullptr || avail < 4) return false;
+        *length = qmkvd_nal_length4(p);
+        return true;
+    });
 }
 
 // Rewrites (or, with `out` null, measures) one NAL-prefixed frame of
