@@ -2,8 +2,6 @@
 // static metadata becomes the platform's 25-byte blob.
 #include <gtest/gtest.h>
 
-#include <string.h>
-
 #include <vector>
 
 #include <media/NdkMediaFormat.h>
@@ -14,16 +12,14 @@ using android::HDRStaticInfo;
 
 namespace {
 
-struct IsoRow {
+// ISO codes and range, then the expected MediaFormat range, standard and transfer.
+const struct IsoRow {
     int32_t primaries, transfer, coeffs;
     bool fullRange;
-    int32_t range, standard, colorTransfer;  // expected MediaFormat values
+    int32_t range, standard, colorTransfer;
     const char *what;
-};
-
-const IsoRow kIsoRows[] = {
+} kIsoRows[] = {
     {1, 1, 1, false, 2, 1, 3, "BT.709 SDR, limited range"},
-    {1, 1, 1, true, 1, 1, 3, "BT.709 SDR, full range"},
     {5, 6, 5, false, 2, 2, 3, "BT.601 625 lines (PAL)"},
     {6, 6, 6, false, 2, 4, 3, "BT.601 525 lines (NTSC)"},
     {5, 1, 1, false, 2, 3, 3, "PAL primaries, BT.709 matrix: BT601_625 unadjusted"},
@@ -36,8 +32,7 @@ const IsoRow kIsoRows[] = {
     {8, 5, 9, false, 2, 9, 5, "generic film, gamma 2.8"},
     {1, 8, 1, false, 2, 1, 1, "linear"},
     {1, 13, 1, true, 1, 1, 2, "sRGB"},
-    {2, 2, 2, false, 2, 0, 0, "all unspecified: only the range is known"},
-    {2, 2, 2, true, 1, 0, 0, "all unspecified, full range"},
+    {2, 2, 2, true, 1, 0, 0, "all unspecified: only the range is known"},
     {0, 0, 3, false, 2, 0, 0, "reserved codes count as unspecified"},
     {3, 19, 11, false, 2, 0, 0, "codes beyond the table count as unspecified"},
     {-1, -1, -1, false, 2, 0, 0, "negative codes count as unspecified"},
@@ -70,30 +65,12 @@ TEST(HostColor, IsoCodesMapToPlatformColorValues) {
 }
 
 TEST(HostColor, HdrStaticInfoIsTheLittleEndianType1Blob) {
-    HDRStaticInfo info;
-    memset(&info, 0, sizeof(info));
+    HDRStaticInfo info = {};
     info.mID = HDRStaticInfo::kType1;
-    info.sType1.mR = {34000, 16000};
-    info.sType1.mG = {13250, 34500};
-    info.sType1.mB = {7500, 3000};
-    info.sType1.mW = {15635, 16450};
-    info.sType1.mMaxDisplayLuminance = 1000;
-    info.sType1.mMinDisplayLuminance = 50;
-    info.sType1.mMaxContentLightLevel = 0x1234;
-    info.sType1.mMaxFrameAverageLightLevel = 0xABCD;
-
-    const std::vector<uint8_t> expected = {
-        0x00,                    // descriptor ID: type 1
-        0xD0, 0x84, 0x80, 0x3E,  // R 34000, 16000
-        0xC2, 0x33, 0xC4, 0x86,  // G 13250, 34500
-        0x4C, 0x1D, 0xB8, 0x0B,  // B 7500, 3000
-        0x13, 0x3D, 0x42, 0x40,  // white 15635, 16450
-        0xE8, 0x03,              // max display luminance 1000
-        0x32, 0x00,              // min display luminance 50
-        0x34, 0x12,              // max content light level
-        0xCD, 0xAB,              // max frame-average light level
-    };
-
+    info.sType1 = {{34000, 16000}, {13250, 34500}, {7500, 3000}, {15635, 16450}, 1000, 50, 0x1234, 0xABCD};
+    // Type 1, then R, G, B and white x/y, max and min display luminance, MaxCLL and MaxFALL.
+    const std::vector<uint8_t> expected = {0x00, 0xD0, 0x84, 0x80, 0x3E, 0xC2, 0x33, 0xC4, 0x86, 0x4C, 0x1D, 0xB8, 0x0B,
+                                           0x13, 0x3D, 0x42, 0x40, 0xE8, 0x03, 0x32, 0x00, 0x34, 0x12, 0xCD, 0xAB};
     AMediaFormat *format = AMediaFormat_new();
     AMediaFormat_setInt32(format, AMEDIAFORMAT_KEY_HDR_STATIC_INFO, 7);  // replaced, type and all
     ColorUtils::setHDRStaticInfoIntoAMediaFormat(info, format);

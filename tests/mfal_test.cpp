@@ -15,9 +15,6 @@ using qmkv_test::MemorySource;
 
 namespace {
 
-const char kTag[] = "QMKVExtractorSO";
-const std::string kPath = "frameworks/avcodec/mm_proprietary/libextractor/mfal/qcmn_mfal_android_q";
-
 class MfalTest : public ::testing::Test {
 protected:
     MfalTest() : mem({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}), helper(mem.source()) {
@@ -47,149 +44,94 @@ TEST_F(MfalTest, InitFillsTheNineOperationsInOrder) {
                          (void *)qcmn_mfal_skip,   (void *)qcmn_mfal_getsize, (void *)qcmn_mfal_ioctl};
     for (int i = 0; i < 9; ++i) EXPECT_EQ(ops[i], words[i]) << "word " << i;
     for (int i : {9, 10, 12, 13, 14}) EXPECT_EQ(nullptr, words[i]) << "word " << i;
-    const QCMN_MFAL_ACCESS *access = static_cast<const QCMN_MFAL_ACCESS *>(mfal.user);
-    ASSERT_NE(nullptr, access);
-    EXPECT_EQ(&helper, access->source);
-    for (char c : access->name) ASSERT_EQ(0, c);
 
     qcmn_mfal_deinit(&mfal);
     for (int i = 0; i < 15; ++i) EXPECT_EQ(nullptr, words[i]) << "word " << i;
-    qcmn_mfal_init(&mfal, &helper);  // for the fixture's teardown
 }
 
-TEST_F(MfalTest, ReadsAreOnePositionedReadAndAdvance) {
+TEST_F(MfalTest, ReadsAreOnePositionedReadAndAdvanceSetposHasNoBoundAndSkipGoesForward) {
     uint8_t buf[16] = {};
-    mem.readCalls = 0;
     EXPECT_EQ(4, qcmn_mfal_read(fp, buf, 4));
     EXPECT_EQ(1, mem.readCalls);
     EXPECT_EQ(4, pos());
-    EXPECT_EQ(1, buf[0]);
-    EXPECT_EQ(4, buf[3]);
+    EXPECT_EQ("\1\2\3\4", std::string(reinterpret_cast<char *>(buf), 4));
     // Short read at the end: what is there, then 0 with the position unchanged.
     EXPECT_EQ(6, qcmn_mfal_read(fp, buf, 16));
     EXPECT_EQ(10, pos());
     EXPECT_EQ(0, qcmn_mfal_read(fp, buf, 16));
     EXPECT_EQ(10, pos());
     EXPECT_EQ(3, mem.readCalls);  // no retry of the short read
-}
 
-TEST_F(MfalTest, HandlesHaveIndependentPositions) {
-    QCMN_MFAL_FP *other = qcmn_mfal_open(&mfal, 6);
-    ASSERT_NE(nullptr, other);
-    uint8_t a, b;
-    int64_t p = 7;
-    ASSERT_EQ(0, qcmn_mfal_setpos(other, &p));
-    ASSERT_EQ(1, qcmn_mfal_read(fp, &a, 1));
-    ASSERT_EQ(1, qcmn_mfal_read(other, &b, 1));
-    EXPECT_EQ(1, a);
-    EXPECT_EQ(8, b);
-    EXPECT_EQ(1, pos());
-    qcmn_mfal_close(other);
-}
-
-TEST_F(MfalTest, FailedSourceReadIsAShortReadOfZero) {
-    mem.failReads = true;
-    uint8_t buf[4];
-    EXPECT_EQ(0, qcmn_mfal_read(fp, buf, 4));
-    EXPECT_EQ(0, pos());
-}
-
-TEST_F(MfalTest, SetposHasNoBoundAndSkipIsForwardOnly) {
-    LogCapture log;
     int64_t far = 1000;
     EXPECT_EQ(0, qcmn_mfal_setpos(fp, &far));
-    uint8_t b;
-    EXPECT_EQ(0, qcmn_mfal_read(fp, &b, 1));
+    EXPECT_EQ(0, qcmn_mfal_read(fp, buf, 1));
     EXPECT_EQ(1000, pos());
+    for (int64_t distance : {1, 24}) EXPECT_EQ(0, qcmn_mfal_skip(fp, &distance));
+    EXPECT_EQ(1025, pos());
+    // A failed source read is a short read of nothing.
+    int64_t start = 0;
+    ASSERT_EQ(0, qcmn_mfal_setpos(fp, &start));
+    mem.failReads = true;
+    EXPECT_EQ(0, qcmn_mfal_read(fp, buf, 4));
+    EXPECT_EQ(0, pos());
 
-    struct { int64_t distance; int32_t result; int64_t pos; } cases[] = {
-        {0, -1, 1000}, {-5, -1, 1000}, {1, 0, 1001}, {24, 0, 1025}};
-    for (const auto &c : cases) {
-        EXPECT_EQ(c.result, qcmn_mfal_skip(fp, &c.distance)) << c.distance;
-        EXPECT_EQ(c.pos, pos()) << c.distance;
-    }
-    EXPECT_TRUE(log.lines().empty()) << "a refused skip is silent";
-}
-
-TEST_F(MfalTest, GetsizeReportsTheSourceOrZero) {
     int64_t size = -1;
     EXPECT_EQ(0, qcmn_mfal_getsize(fp, &size));
     EXPECT_EQ(10, size);
     mem.unknownSize = true;
-    size = -1;
     EXPECT_EQ(0, qcmn_mfal_getsize(fp, &size));
     EXPECT_EQ(0, size);
 }
 
-TEST_F(MfalTest, WriteAndIoctl) {
-    uint8_t b = 0;
-    int arg = 7;
-    EXPECT_EQ(0, qcmn_mfal_write(fp, &b, 1));
-    EXPECT_EQ(0, qcmn_mfal_ioctl(fp, 1, &arg));
-    EXPECT_EQ(7, arg);
-    LogCapture log;
-    EXPECT_EQ(-1, qcmn_mfal_ioctl(fp, 2, &arg));
-    EXPECT_EQ(-1, qcmn_mfal_ioctl(fp, 0, &arg));
-    EXPECT_TRUE(log.lines().empty()) << "an unknown code is refused silently";
-}
-
-TEST_F(MfalTest, ReadOfNothingNeedsNoArguments) {
-    LogCapture log;
-    EXPECT_EQ(0, qcmn_mfal_read(nullptr, nullptr, 0));
-    EXPECT_EQ(0, qcmn_mfal_read(nullptr, nullptr, -3));
-    EXPECT_TRUE(log.lines().empty());
-}
-
-// Every argument check: which call, its result, and the one log line.
-TEST_F(MfalTest, ArgumentChecksLogTheirAssertLine) {
-    uint8_t buf[4];
-    int64_t v = 0;
-    struct Case {
-        const char *name;
-        std::function<int32_t()> call;
-        int32_t result;
-        const char *word;
-        int line;
-    } cases[] = {
-        {"open", [] { return qcmn_mfal_open(nullptr, 0) == nullptr ? -1 : 0; }, -1, "mfal", 102},
-        {"close", [] { qcmn_mfal_close(nullptr); return -1; }, -1, "fp", 134},
-        {"read buf", [&] { return qcmn_mfal_read(nullptr, nullptr, 4); }, -1, "buf", 151},
-        {"read fp", [&] { return qcmn_mfal_read(nullptr, buf, 4); }, -1, "fp", 152},
-        {"write", [&] { return qcmn_mfal_write(nullptr, buf, 4); }, -1, "fp", 165},
-        {"getpos p", [&] { return qcmn_mfal_getpos(nullptr, nullptr); }, -1, "p", 174},
-        {"getpos fp", [&] { return qcmn_mfal_getpos(nullptr, &v); }, -1, "fp", 175},
-        {"setpos p", [&] { return qcmn_mfal_setpos(nullptr, nullptr); }, -1, "p", 188},
-        {"setpos fp", [&] { return qcmn_mfal_setpos(nullptr, &v); }, -1, "fp", 189},
-        {"skip p", [&] { return qcmn_mfal_skip(nullptr, nullptr); }, -1, "fsize", 203},
-        {"skip fp", [&] { return qcmn_mfal_skip(nullptr, &v); }, -1, "fp", 204},
-        {"getsize p", [&] { return qcmn_mfal_getsize(nullptr, nullptr); }, -1, "fsize", 224},
-        {"getsize fp", [&] { return qcmn_mfal_getsize(nullptr, &v); }, -1, "fp", 225},
-        {"ioctl fp", [&] { return qcmn_mfal_ioctl(nullptr, 1, nullptr); }, -1, "fp", 239},
-        {"ioctl arg", [&] { return qcmn_mfal_ioctl(fp, 1, nullptr); }, -1, "arg", 240},
+// Every refusal and argument check: the call, its result, and the one log line it writes ("" for none).
+TEST_F(MfalTest, RefusalsReturnTheirCodeAndLogTheirLine) {
+    auto assertLine = [](const char *word, int line) {
+        return "[frameworks/avcodec/mm_proprietary/libextractor/mfal/qcmn_mfal_android_q:" + std::to_string(line) +
+               "] assert failed! (" + word + ")\n";
     };
-    for (const Case &c : cases) {
+    uint8_t buf[4];
+    int64_t v = 0, back = -5;
+    int arg = 7;
+    QCMN_MFAL noSource, empty = {};
+    ASSERT_EQ(0, qcmn_mfal_init(&noSource, nullptr));
+    const struct { const char *name; std::function<int32_t()> call; int32_t result; std::string log; } cases[] = {
+        {"open", [] { return qcmn_mfal_open(nullptr, 0) == nullptr ? -1 : 0; }, -1, assertLine("mfal", 102)},
+        {"open no source", [&] { return qcmn_mfal_open(&noSource, 0) == nullptr ? -1 : 0; }, -1, "not supported"},
+        {"open no access", [&] { return qcmn_mfal_open(&empty, 0) == nullptr ? -1 : 0; }, -1, "not supported"},
+        {"close", [] { qcmn_mfal_close(nullptr); return -1; }, -1, assertLine("fp", 134)},
+        {"read nothing", [] { return qcmn_mfal_read(nullptr, nullptr, 0); }, 0, ""},
+        {"read less", [] { return qcmn_mfal_read(nullptr, nullptr, -3); }, 0, ""},
+        {"read buf", [] { return qcmn_mfal_read(nullptr, nullptr, 4); }, -1, assertLine("buf", 151)},
+        {"read fp", [&] { return qcmn_mfal_read(nullptr, buf, 4); }, -1, assertLine("fp", 152)},
+        {"write", [&] { return qcmn_mfal_write(fp, buf, 1); }, 0, ""},
+        {"write fp", [&] { return qcmn_mfal_write(nullptr, buf, 4); }, -1, assertLine("fp", 165)},
+        {"getpos p", [] { return qcmn_mfal_getpos(nullptr, nullptr); }, -1, assertLine("p", 174)},
+        {"getpos fp", [&] { return qcmn_mfal_getpos(nullptr, &v); }, -1, assertLine("fp", 175)},
+        {"setpos p", [] { return qcmn_mfal_setpos(nullptr, nullptr); }, -1, assertLine("p", 188)},
+        {"setpos fp", [&] { return qcmn_mfal_setpos(nullptr, &v); }, -1, assertLine("fp", 189)},
+        {"skip 0", [&] { return qcmn_mfal_skip(fp, &v); }, -1, ""},
+        {"skip back", [&] { return qcmn_mfal_skip(fp, &back); }, -1, ""},
+        {"skip p", [] { return qcmn_mfal_skip(nullptr, nullptr); }, -1, assertLine("fsize", 203)},
+        {"skip fp", [&] { return qcmn_mfal_skip(nullptr, &v); }, -1, assertLine("fp", 204)},
+        {"getsize p", [] { return qcmn_mfal_getsize(nullptr, nullptr); }, -1, assertLine("fsize", 224)},
+        {"getsize fp", [&] { return qcmn_mfal_getsize(nullptr, &v); }, -1, assertLine("fp", 225)},
+        {"ioctl 1", [&] { return qcmn_mfal_ioctl(fp, 1, &arg) + (arg == 7 ? 0 : 100); }, 0, ""},
+        {"ioctl 2", [&] { return qcmn_mfal_ioctl(fp, 2, &arg); }, -1, ""},
+        {"ioctl 0", [&] { return qcmn_mfal_ioctl(fp, 0, &arg); }, -1, ""},
+        {"ioctl fp", [] { return qcmn_mfal_ioctl(nullptr, 1, nullptr); }, -1, assertLine("fp", 239)},
+        {"ioctl arg", [&] { return qcmn_mfal_ioctl(fp, 1, nullptr); }, -1, assertLine("arg", 240)},
+    };
+    for (const auto &c : cases) {
         LogCapture log;
         EXPECT_EQ(c.result, c.call()) << c.name;
-        ASSERT_EQ(1u, log.lines().size()) << c.name;
-        const std::string expected =
-            "[" + kPath + ":" + std::to_string(c.line) + "] assert failed! (" + c.word + ")\n";
-        EXPECT_EQ(expected, log.lines()[0].message) << c.name;
-        EXPECT_EQ(kTag, log.lines()[0].tag) << c.name;
+        ASSERT_EQ(c.log.empty() ? 0u : 1u, log.lines().size()) << c.name;
+        if (c.log.empty()) continue;
+        EXPECT_EQ(c.log, log.lines()[0].message) << c.name;
+        EXPECT_EQ("QMKVExtractorSO", log.lines()[0].tag) << c.name;
         EXPECT_EQ(ANDROID_LOG_ERROR, log.lines()[0].priority) << c.name;
     }
-    EXPECT_EQ(0, pos()) << "failed calls change no state";
-}
-
-TEST(MfalOpen, WithoutSourceIsNotSupported) {
-    QCMN_MFAL mfal;
-    ASSERT_EQ(0, qcmn_mfal_init(&mfal, nullptr));
-    LogCapture log;
-    EXPECT_EQ(nullptr, qcmn_mfal_open(&mfal, 0));
-    EXPECT_TRUE(log.has(kTag, "not supported"));
-    qcmn_mfal_deinit(&mfal);
-
-    QCMN_MFAL empty = {};
-    EXPECT_EQ(nullptr, qcmn_mfal_open(&empty, 0)) << "no access block at all";
+    EXPECT_EQ(0, pos()) << "refused calls change no state";
+    qcmn_mfal_deinit(&noSource);
 }
 
 }  // namespace

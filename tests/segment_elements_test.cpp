@@ -47,14 +47,11 @@ TEST(SegmentInfo, StringsAndLimits) {
         CoreFile f(file({infoWith({bad}), kVideoTrack, cluster()}));
         EXPECT_EQ(-6, f.error) << "a bad Info fails the header when met directly";
     }
-}
-
-TEST(SegmentInfo, OversizedChildEndsTheWalk) {
-    Bytes inner = cat({str_el(mkv::Title, "kept"), el_header(mkv::MuxingApp, 50), Bytes{'x'}});
-    CoreFile f(file({el(mkv::Info, inner), kVideoTrack, cluster()}));
-    ASSERT_NE(nullptr, f.inst);
-    EXPECT_STREQ("kept", f.inst->info.title);
-    EXPECT_STREQ("", f.inst->info.muxing_app);
+    // A child longer than what is left of Info ends the walk, keeping what it had.
+    CoreFile cut(file({infoWith({str_el(mkv::Title, "kept"), el_header(mkv::MuxingApp, 50), Bytes{'x'}}), kVideoTrack, cluster()}));
+    ASSERT_NE(nullptr, cut.inst);
+    EXPECT_STREQ("kept", cut.inst->info.title);
+    EXPECT_STREQ("", cut.inst->info.muxing_app);
 }
 
 Bytes simpleTag(const std::string &name, const std::string &value) {
@@ -124,12 +121,8 @@ TEST(Tags, ListGrowsAcrossTags) {
     Bytes tagList;
     for (int t = 0; t < 7; ++t) {
         Bytes simple;
-        for (int i = 0; i < 9; ++i) {
-            Bytes s = simpleTag("K" + std::to_string(t * 9 + i), "v");
-            simple.insert(simple.end(), s.begin(), s.end());
-        }
-        Bytes tag = el(mkv::Tag, simple);
-        tagList.insert(tagList.end(), tag.begin(), tag.end());
+        for (int i = 0; i < 9; ++i) simple = cat({simple, simpleTag("K" + std::to_string(t * 9 + i), "v")});
+        tagList = cat({tagList, el(mkv::Tag, simple)});
     }
     CoreFile f(file({segmentInfo(), kVideoTrack, el(mkv::Tags, tagList), cluster()}));
     ASSERT_NE(nullptr, f.inst);
@@ -138,77 +131,60 @@ TEST(Tags, ListGrowsAcrossTags) {
     EXPECT_STREQ("K62", f.inst->tags.simple_tags[62].tag_name);
 }
 
-// A Segment laid out with a SeekHead first that points at elements placed
-// after the Clusters.
-struct SeekLayout {
-    Bytes seekHead;
-    Bytes rest;
-};
-
-Bytes seekEntry(uint32_t id, uint64_t position) {
-    return el(mkv::Seek, {bin_el(mkv::SeekID, ebml_id(id)), uint_el(mkv::SeekPosition, position)});
+Bytes seekEntry(uint32_t id, uint64_t position, int width = 0) {
+    return el(mkv::Seek, {bin_el(mkv::SeekID, ebml_id(id)), uint_el(mkv::SeekPosition, position, width)});
 }
 
-// Builds [SeekHead][Void?][Info][Cluster][Tracks][Tags] with the SeekHead
-// naming Tracks and Tags by their offsets from the Segment's data start.
-Bytes fileWithTracksAfterClusters(uint64_t tracksBias = 0) {
-    const Bytes info = segmentInfo();
-    const Bytes clusterBytes = cluster();
-    const Bytes tracksBytes = kVideoTrack;
+// [SeekHead][Info][Cluster][Tracks][Tags] with the SeekHead naming Tracks
+// (off by `tracksBias`) and Tags by their offsets from the Segment's data.
+Bytes fileWithTracksAfterClusters(uint64_t tracksBias) {
     const Bytes tags = tagsOf({simpleTag("ARTIST", "via seek")});
     // A SeekHead of fixed size: two entries with 8-byte positions.
     auto head = [&](uint64_t tracksPos, uint64_t tagsPos) {
-        return el(mkv::SeekHead, {el(mkv::Seek, {bin_el(mkv::SeekID, ebml_id(mkv::Tracks)), uint_el(mkv::SeekPosition, tracksPos, 8)}),
-                                  el(mkv::Seek, {bin_el(mkv::SeekID, ebml_id(mkv::Tags)), uint_el(mkv::SeekPosition, tagsPos, 8)})});
+        return el(mkv::SeekHead, {seekEntry(mkv::Tracks, tracksPos, 8), seekEntry(mkv::Tags, tagsPos, 8)});
     };
-    const size_t headSize = head(0, 0).size();
-    const uint64_t tracksPos = headSize + info.size() + clusterBytes.size();
-    return file({head(tracksPos + tracksBias, tracksPos + tracksBytes.size()), info, clusterBytes, tracksBytes, tags});
+    const uint64_t tracksPos = head(0, 0).size() + segmentInfo().size() + cluster().size();
+    return file({head(tracksPos + tracksBias, tracksPos + kVideoTrack.size()), segmentInfo(), cluster(), kVideoTrack,
+                 tags});
 }
 
-TEST(SeekHead, ReachesElementsAfterTheClusters) {
-    CoreFile f(fileWithTracksAfterClusters());
-    ASSERT_NE(nullptr, f.inst);
-    EXPECT_EQ(1, f.format.track_count);
-    EXPECT_EQ(1, f.inst->found_seekhead);
-    EXPECT_EQ("via seek", item(f, QMKVD_META_ARTIST));
+TEST(SeekHead, ReachesElementsAfterTheClustersAndAWrongTargetFailsOnlyTheSeekHead) {
+    for (uint64_t bias : {0, 1}) {
+        LogCapture log;
+        CoreFile f(fileWithTracksAfterClusters(bias));
+        ASSERT_NE(nullptr, f.inst) << "a wrong target: the walk goes on and meets Tracks and Tags itself";
+        EXPECT_EQ(1, f.format.track_count);
+        EXPECT_EQ(bias == 0, f.inst->found_seekhead == 1);
+        EXPECT_EQ("via seek", item(f, QMKVD_META_ARTIST));
+        EXPECT_EQ(bias != 0, log.contains("could not find seekid, seekid = 374648427, id = "));
+        EXPECT_EQ(bias != 0, log.contains("parse_seekhead_seek failed"));
+    }
 }
 
-TEST(SeekHead, WrongTargetFailsOnlyTheSeekHead) {
-    LogCapture log;
-    CoreFile f(fileWithTracksAfterClusters(1));
-    ASSERT_NE(nullptr, f.inst) << "the walk goes on and meets Tracks and Tags itself";
-    EXPECT_EQ(0, f.inst->found_seekhead);
-    EXPECT_EQ(1, f.format.track_count);
-    EXPECT_TRUE(log.contains("could not find seekid, seekid = 374648427, id = "));
-    EXPECT_TRUE(log.contains("parse_seekhead_seek failed"));
-}
-
-TEST(SeekHead, PositionsCountFromTheFirstSeekHeadsStart) {
+TEST(SeekHead, OtherLayouts) {
     // A Void before the SeekHead: positions are relative to the SeekHead's
     // own start, not the Segment's data start.
-    const Bytes voidEl = el(mkv::Void, Bytes(10, 0));
-    const Bytes info = segmentInfo();
-    const Bytes clusterBytes = cluster();
-    auto head = [&](uint64_t pos) { return el(mkv::SeekHead, {seekEntry(mkv::Tracks, pos)}); };
-    const Bytes probe = head(0x1000);  // same size as the real one (2-byte position)
-    const uint64_t fromHead = probe.size() + info.size() + clusterBytes.size();
-    CoreFile f(file({voidEl, head(fromHead), info, clusterBytes, kVideoTrack}));
-    ASSERT_NE(nullptr, f.inst);
-    EXPECT_EQ(1, f.format.track_count);
-}
-
-TEST(SeekHead, ZeroPositionRebasesWithoutReading) {
-    CoreFile f(file({el(mkv::SeekHead, {seekEntry(mkv::Tracks, 0), seekEntry(mkv::Info, 0)}), segmentInfo(), kVideoTrack, cluster()}));
-    ASSERT_NE(nullptr, f.inst);
-    EXPECT_EQ(0, f.inst->seekhead.start) << "re-based on elements not met yet, whose start is 0";
-}
-
-TEST(SeekHead, ClusterAlreadyKnownEndsTheSeek) {
-    // The cluster is found directly before this second SeekHead; its Seek
-    // names a bogus position that is never read.
-    CoreFile f(file({segmentInfo(), kVideoTrack, cluster(), el(mkv::SeekHead, {seekEntry(mkv::Cluster, 1u << 30)})}));
-    ASSERT_NE(nullptr, f.inst);
+    auto head = [](uint64_t pos) { return el(mkv::SeekHead, {seekEntry(mkv::Tracks, pos)}); };
+    // Sized as the real one, with a 2-byte position.
+    const uint64_t fromHead = head(0x1000).size() + segmentInfo().size() + cluster().size();
+    struct { const char *name; Bytes bytes; int64_t start; } cases[] = {
+        {"void_first", file({el(mkv::Void, Bytes(10, 0)), head(fromHead), segmentInfo(), cluster(), kVideoTrack}), -1},
+        // Re-based on elements not met yet, whose start is 0.
+        {"zero_position_rebases_without_reading",
+         file({el(mkv::SeekHead, {seekEntry(mkv::Tracks, 0), seekEntry(mkv::Info, 0)}), segmentInfo(), kVideoTrack,
+               cluster()}),
+         0},
+        // The cluster is found before this second SeekHead; its bogus position is never read.
+        {"cluster_already_known",
+         file({segmentInfo(), kVideoTrack, cluster(), el(mkv::SeekHead, {seekEntry(mkv::Cluster, 1u << 30)})}), -1}};
+    for (const auto &c : cases) {
+        CoreFile f(c.bytes);
+        ASSERT_NE(nullptr, f.inst) << c.name;
+        EXPECT_EQ(1, f.format.track_count) << c.name;
+        if (c.start >= 0) {
+            EXPECT_EQ(c.start, f.inst->seekhead.start) << c.name;
+        }
+    }
 }
 
 TEST(ChaptersAndAttachments, AreLocatedOnly) {

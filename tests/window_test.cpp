@@ -2,6 +2,7 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "demux/qmkvd_window.h"
@@ -13,7 +14,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// 0, 1, 2, ... so that every byte names its own position.
+// Bytes that differ from their neighbours, so a misplaced copy shows.
 Bytes counting(size_t n) {
     Bytes b(n);
     for (size_t i = 0; i < n; ++i) b[i] = (uint8_t)(i * 7 + 3);
@@ -35,53 +36,37 @@ struct Fixture {
     qmkvd_window w;
 };
 
-TEST(Window, NearbyBytesComeFromOneRead) {
+TEST(Window, NearbyBytesComeFromOneReadAndTheEndOfTheFileLimitsWhatIsHeld) {
     const Bytes data = counting(4000);
     Fixture f(data);
+    uint32_t avail = 0;
     for (int64_t pos : {100, 101, 150, 300}) {
-        uint32_t avail = 0;
         const uint8_t *p = f.at(pos, 12, &avail);
         ASSERT_NE(nullptr, p);
         EXPECT_GE(avail, 12u);
         EXPECT_EQ(data[(size_t)pos], p[0]);
     }
     EXPECT_EQ(1, f.file.mem.readCalls);
-}
-
-TEST(Window, TheEndOfTheFileLimitsWhatIsHeld) {
-    const Bytes data = counting(50);
-    Fixture f(data);
-    uint32_t avail = 0;
-    const uint8_t *p = f.at(45, 12, &avail);
+    const uint8_t *p = f.at(3995, 12, &avail);
     ASSERT_NE(nullptr, p);
     EXPECT_EQ(5u, avail);
-    EXPECT_EQ(data[49], p[4]);
-    EXPECT_EQ(nullptr, f.at(50, 1, &avail));
+    EXPECT_EQ(data[3999], p[4]);
+    EXPECT_EQ(nullptr, f.at(4000, 1, &avail));
     EXPECT_EQ(0u, avail);
     EXPECT_EQ(nullptr, f.at(-1, 1, &avail));
 }
 
-struct CopyCase {
-    const char *name;
-    int64_t warm;  // a position read first (-1: none)
-    int64_t pos;
-    uint32_t n;
-    int reads;     // reads of the file by the copy itself
-};
-
 // The window holds [0, 256) after the warm-up read at 0.
-const CopyCase kCopies[] = {
-    {"inside the window", 0, 10, 100, 0},
-    {"small, beyond the window: one fill", 0, 1000, 100, 1},
-    {"crossing the end, small rest: one fill", 0, 200, 150, 1},
-    {"crossing the end, large rest: held part and one direct read", 0, 200, 3000, 1},
-    {"large, beyond the window: one direct read", 0, 1000, 5000, 1},
-    {"large into an empty window", -1, 0, 8000, 1},
-};
-
 TEST(Window, CopiesAreExactAndCostAtMostOneRead) {
+    struct { const char *name; int64_t warm; int64_t pos; uint32_t n; int reads; } cases[] = {
+        {"inside the window", 0, 10, 100, 0},
+        {"small, beyond the window: one fill", 0, 1000, 100, 1},
+        {"crossing the end, small rest: one fill", 0, 200, 150, 1},
+        {"crossing the end, large rest: held part and one direct read", 0, 200, 3000, 1},
+        {"large, beyond the window: one direct read", 0, 1000, 5000, 1},
+        {"large into an empty window", -1, 0, 8000, 1}};
     const Bytes data = counting(20000);
-    for (const CopyCase &c : kCopies) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         Fixture f(data);
         uint32_t avail = 0;
@@ -95,15 +80,11 @@ TEST(Window, CopiesAreExactAndCostAtMostOneRead) {
         EXPECT_EQ(c.reads, f.file.mem.readCalls);
         EXPECT_EQ(c.pos + c.n, f.file.pos());
     }
-}
-
-TEST(Window, ACopyCutByTheEndOfTheFileSaysSo) {
-    const Bytes data = counting(1000);
     for (uint32_t n : {50u, 5000u}) {
-        Fixture f(data);
+        Fixture cut(Bytes(data.begin(), data.begin() + 1000));
         Bytes out(n);
-        EXPECT_EQ(40u, f.copy(960, out.data(), n)) << n;
-        EXPECT_EQ(Bytes(data.begin() + 960, data.end()), Bytes(out.begin(), out.begin() + 40)) << n;
+        EXPECT_EQ(40u, cut.copy(960, out.data(), n)) << "a copy cut by the end of the file says so";
+        EXPECT_TRUE(std::equal(data.begin() + 960, data.begin() + 1000, out.begin()));
     }
 }
 
@@ -125,27 +106,16 @@ TEST(Window, FillsGrowWhileReadingOnAndShrinkAfterAJump) {
     EXPECT_EQ(256u, f.w.len);
 }
 
-struct SizeCase {
-    const char *name;
-    Bytes bytes;
-    int32_t max_bytes;
-    int32_t ret;
-    uint64_t size;
-    uint32_t length;
-};
-
-const SizeCase kSizes[] = {
-    {"1 byte", {0x81}, 4, 0, 1, 1},
-    {"2 bytes", {0x40, 0x02}, 4, 0, 2, 2},
-    {"4 bytes", {0x10, 0x01, 0x02, 0x03}, 4, 0, 0x010203, 4},
-    {"5 bytes past a 4-byte limit", {0x08, 0, 0, 0, 1}, 4, -1, 0, 5},
-    {"8 bytes", {0x01, 0, 0, 0, 0, 0, 0, 9}, 8, 0, 9, 8},
-    {"zero lead", {0x00, 0x81}, 8, -1, 0, 0},
-    {"cut by the end of the file", {0x40}, 4, -1, 0, 2},
-};
-
 TEST(Window, CursorReadsEbmlSizes) {
-    for (const SizeCase &c : kSizes) {
+    struct { const char *name; Bytes bytes; int32_t max_bytes; int32_t ret; uint64_t size; uint32_t length; } cases[] = {
+        {"1 byte", {0x81}, 4, 0, 1, 1},
+        {"2 bytes", {0x40, 0x02}, 4, 0, 2, 2},
+        {"4 bytes", {0x10, 0x01, 0x02, 0x03}, 4, 0, 0x010203, 4},
+        {"5 bytes past a 4-byte limit", {0x08, 0, 0, 0, 1}, 4, -1, 0, 5},
+        {"8 bytes", {0x01, 0, 0, 0, 0, 0, 0, 9}, 8, 0, 9, 8},
+        {"zero lead", {0x00, 0x81}, 8, -1, 0, 0},
+        {"cut by the end of the file", {0x40}, 4, -1, 0, 2}};
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         Fixture f(c.bytes);
         qmkvd_cursor cur = {&f.w, &f.file.mfal, f.file.fp, 0};
