@@ -126,13 +126,6 @@ int32_t modify_nal_header3(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint8_t *out, int3
     return modify(mfal, fp, out, in_size, out_cap, nal_length_size, out_size, prefix_size, prefix);
 }
 
-uint32_t qmkvd_nal_measure_in_place(const uint8_t *frame, uint32_t size) {
-    return qmkvd_nal_measure(size, [frame](uint64_t offset, uint32_t *length) {
-        *length = qmkvd_nal_length4(frame + offset);
-        return true;
-    });
-}
-
 uint32_t qmkvd_nal_rewrite_in_place(uint8_t *frame, uint32_t size) {
     // One pass: a malformed frame is delivered empty, so the fields already
     // turned into start codes by then do not matter.

@@ -25,17 +25,15 @@ QCMN_API int32_t modify_nal_header3(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint8_t *
 // (the output is the same length). Returns the output length, or 0 for a
 // malformed frame, as the streaming rewriter would deliver it.
 uint32_t qmkvd_nal_rewrite_in_place(uint8_t *frame, uint32_t size);
-// The length that rewrite would give, without writing.
-uint32_t qmkvd_nal_measure_in_place(const uint8_t *frame, uint32_t size);
 
 // A big-endian 4-byte length field.
 static inline uint32_t qmkvd_nal_length4(const uint8_t *p) {
     return (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3];
 }
 
-// The same measure wherever the frame's bytes are: `length_at(offset,
-// &length)` fetches the 4-byte length field at that offset of the frame,
-// false when it cannot. A field that cannot be read, or that leaves no byte
+// The length that rewrite gives, measured wherever the frame's bytes are:
+// `length_at(offset, &length)` fetches the 4-byte length field at that
+// offset of the frame, false when it cannot. A field that cannot be read, or that leaves no byte
 // of the frame after it, makes the frame malformed (0).
 template <typename LengthAt>
 uint32_t qmkvd_nal_measure(uint32_t size, LengthAt length_at) {
