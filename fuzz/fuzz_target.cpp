@@ -1,6 +1,4 @@
 // The libFuzzer binary of one target; QMKV_FUZZ_TARGET names its body.
-#include <stddef.h>
-#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 

@@ -49,9 +49,9 @@ if ! { CC=$cc CXX=$cxx cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -D
   exit 1
 fi
 
-# Seeds: the committed crafted ones (fuzz/seeds/), tiny real files made once
-# per build directory, the test corpus when a test run has made it, and the
-# codec configurations and first frames of the real files.
+# Seeds: the committed ones (fuzz/seeds/), tiny real files and crafted ones
+# made once per build directory, the test corpus when a test run has made
+# it, and the codec configurations and first frames of the real files.
 real="$dir/seeds-real"
 if [ ! -e "$real/.done" ]; then
   echo "fuzz: generating seed files into $real"
@@ -92,6 +92,14 @@ if [ ! -e "$config_seeds/.done" ]; then
 fi
 corpus_seeds=()
 [ -d build/corpus ] && corpus_seeds=(build/corpus)
+# Cut and altered corpus files and tiny files of codec IDs nothing else
+# writes, with their configurations and first frames.
+crafted="$dir/seeds-crafted"
+if [ ! -e "$crafted/.done" ]; then
+  rm -rf "$crafted"
+  python3 fuzz/make_seeds.py crafted "$crafted" "${corpus_seeds[@]}"
+  touch "$crafted/.done"
+fi
 
 supp="$root/fuzz/ubsan.supp"
 replay_fail=0
@@ -105,9 +113,9 @@ run_target() {  # NAME
   local opts=(-timeout=5 -rss_limit_mb=2048 -malloc_limit_mb=64 -artifact_prefix="$artifacts/")
   local seeds=()
   case $1 in
-    config) opts+=(-max_len=8192); seeds=(fuzz/seeds/config "$config_seeds") ;;
-    ebml) opts+=(-max_len=16384 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real") ;;
-    *) opts+=(-max_len=65536 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real" "${corpus_seeds[@]}") ;;
+    config) opts+=(-max_len=8192); seeds=(fuzz/seeds/config "$config_seeds" "$crafted/config") ;;
+    ebml) opts+=(-max_len=16384 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real" "$crafted/mkv") ;;
+    *) opts+=(-max_len=65536 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real" "$crafted/mkv" "${corpus_seeds[@]}") ;;
   esac
   # Reproducers replay with nothing suppressed; each input runs
   # on its own so that one failure does not hide the others.
