@@ -11,8 +11,10 @@
 
 #include "demux/qmkvd_nal.h"
 #include "tests/support/memory_file.h"
+#include "tests/support/mkv_builder.h"
 
 using qmkv_test::MemoryFile;
+using qmkv_test::startCoded;
 
 namespace {
 
@@ -33,19 +35,9 @@ struct Case {
     Bytes expected;  // when not malformed
 };
 
-// Start-code form of the given units.
-Bytes units(std::initializer_list<Bytes> list) {
-    Bytes out;
-    for (const Bytes &u : list) {
-        out.insert(out.end(), {0x00, 0x00, 0x00, 0x01});
-        out.insert(out.end(), u.begin(), u.end());
-    }
-    return out;
-}
-
 const Bytes kDocExample = {0x00, 0x03, 0xAA, 0xBB, 0xCC, 0x00, 0x01, 0xDD};
-const Bytes kDocExpected = units({{0xAA, 0xBB, 0xCC}, {0xDD}});
-const Bytes kTwoUnits = units({{0xAA, 0xBB}, {0xCC}});
+const Bytes kDocExpected = startCoded({{0xAA, 0xBB, 0xCC}, {0xDD}});
+const Bytes kTwoUnits = startCoded({{0xAA, 0xBB}, {0xCC}});
 
 const std::vector<Case> kCases = {
     {"2-byte lengths", 2, false, {}, kDocExample, false, kDocExpected},
@@ -53,18 +45,18 @@ const std::vector<Case> kCases = {
     {"3-byte lengths", 3, false, {}, {0x00, 0x00, 0x02, 0xAA, 0xBB, 0x00, 0x00, 0x01, 0xCC}, false, kTwoUnits},
     {"4-byte lengths", 4, false, {}, {0x00, 0x00, 0x00, 0x02, 0xAA, 0xBB, 0x00, 0x00, 0x00, 0x01, 0xCC}, false,
      kTwoUnits},
-    {"3-byte length above 0xFFFF", 3, false, {}, {0x01, 0x00, 0x00, 0xAA}, false, units({{0xAA}})},
-    {"length past the frame is cut", 2, false, {}, {0x00, 0x09, 0xAA, 0xBB}, false, units({{0xAA, 0xBB}})},
+    {"3-byte length above 0xFFFF", 3, false, {}, {0x01, 0x00, 0x00, 0xAA}, false, startCoded({{0xAA}})},
+    {"length past the frame is cut", 2, false, {}, {0x00, 0x09, 0xAA, 0xBB}, false, startCoded({{0xAA, 0xBB}})},
     {"second length past the frame is cut", 2, false, {}, {0x00, 0x01, 0xAA, 0x00, 0x05, 0xBB}, false,
-     units({{0xAA}, {0xBB}})},
-    {"length with the top bit set is unsigned", 4, false, {}, {0x80, 0x00, 0x00, 0x00, 0xAA}, false, units({{0xAA}})},
-    {"zero-length unit", 2, false, {}, {0x00, 0x00, 0x00, 0x01, 0xAA}, false, units({{}, {0xAA}})},
+     startCoded({{0xAA}, {0xBB}})},
+    {"length with the top bit set is unsigned", 4, false, {}, {0x80, 0x00, 0x00, 0x00, 0xAA}, false, startCoded({{0xAA}})},
+    {"zero-length unit", 2, false, {}, {0x00, 0x00, 0x00, 0x01, 0xAA}, false, startCoded({{}, {0xAA}})},
     {"only a length field", 2, false, {}, {0x00, 0x02}, true, {}},
     {"frame shorter than a length field", 4, false, {}, {0x00, 0x00}, true, {}},
     {"4-byte length past the frame is cut", 4, false, {}, {0x00, 0x00, 0x01, 0x00, 0xAA, 0xBB}, false,
-     units({{0xAA, 0xBB}})},
+     startCoded({{0xAA, 0xBB}})},
     {"4-byte zero-length unit", 4, false, {}, {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0xAA}, false,
-     units({{}, {0xAA}})},
+     startCoded({{}, {0xAA}})},
     {"bare 4-byte length field at the end", 4, false, {}, {0x00, 0x00, 0x00, 0x01, 0xAA, 0x00, 0x00, 0x00, 0x01},
      true, {}},
     {"4-byte length field and 2 more bytes at the end", 4, false, {}, {0x00, 0x00, 0x00, 0x01, 0xAA, 0x00, 0x00},
@@ -74,10 +66,10 @@ const std::vector<Case> kCases = {
     // Header stripping
     {"1-byte prefix 00, 4-byte lengths", 4, true, {0x00},
      {0x00, 0x00, 0x03, 0xAA, 0xBB, 0xCC, 0x00, 0x00, 0x00, 0x01, 0xDD}, false, kDocExpected},
-    {"2-byte prefix, 4-byte lengths", 4, true, {0x00, 0x00}, {0x00, 0x02, 0xAA, 0xBB}, false, units({{0xAA, 0xBB}})},
+    {"2-byte prefix, 4-byte lengths", 4, true, {0x00, 0x00}, {0x00, 0x02, 0xAA, 0xBB}, false, startCoded({{0xAA, 0xBB}})},
     {"3-byte prefix, 4-byte lengths", 4, true, {0x00, 0x00, 0x00}, {0x01, 0xAA, 0x00, 0x00, 0x00, 0x01, 0xBB}, false,
-     units({{0xAA}, {0xBB}})},
-    {"prefix carrying length bits", 2, true, {0x01}, {0x00, 0xAA, 0xAA}, false, units({{0xAA, 0xAA}})},
+     startCoded({{0xAA}, {0xBB}})},
+    {"prefix carrying length bits", 2, true, {0x01}, {0x00, 0xAA, 0xAA}, false, startCoded({{0xAA, 0xAA}})},
     {"no prefix is the plain rewrite", 2, true, {}, kDocExample, false, kDocExpected},
     {"prefix, bare length field", 2, true, {0x00}, {0x01}, true, {}},
     {"prefix as long as the length field", 4, true, {0x00, 0x00, 0x00, 0x01}, {0xAA, 0xBB}, true, {}},
@@ -222,7 +214,7 @@ TEST(Nal, ReadsPerUnitNotPerByte) {
     for (int i = 0; i < 5000; ++i) frame.push_back((uint8_t)(i * 7));
     frame.insert(frame.end(), {0x00, 0x00, 0x00, 0x02, 0x41, 0x9A});
     const Case big = {"big unit", 4, false, {}, frame, false,
-                      units({Bytes(frame.begin() + 4, frame.begin() + 5004), {0x41, 0x9A}})};
+                      startCoded({Bytes(frame.begin() + 4, frame.begin() + 5004), {0x41, 0x9A}})};
     // Header stripping: the rest of the first length field is one read.
     for (const Case &c : {kCases[0], big, find_case("1-byte prefix 00, 4-byte lengths")}) {
         const Outcome w = call(c, 0, (long)c.expected.size());

@@ -271,27 +271,6 @@ TEST(Stream, NalTracks) {
     EXPECT_EQ(-3, last) << "a laced block in a NAL track";
 }
 
-// A frame of NAL units with 4-byte length fields.
-Bytes nalFrame(std::initializer_list<Bytes> units) {
-    Bytes out;
-    for (const Bytes &u : units) {
-        const uint32_t n = (uint32_t)u.size();
-        Bytes len = {(uint8_t)(n >> 24), (uint8_t)(n >> 16), (uint8_t)(n >> 8), (uint8_t)n};
-        out.insert(out.end(), len.begin(), len.end());
-        out.insert(out.end(), u.begin(), u.end());
-    }
-    return out;
-}
-
-Bytes startCoded(std::initializer_list<Bytes> units) {
-    Bytes out;
-    for (const Bytes &u : units) {
-        out.insert(out.end(), {0, 0, 0, 1});
-        out.insert(out.end(), u.begin(), u.end());
-    }
-    return out;
-}
-
 TEST(Stream, FourByteNalSizeQueryAgreesWithTheRead) {
     // A size query reads only the length fields, wherever they lie; the
     // read that follows must deliver exactly that many bytes.

@@ -97,4 +97,23 @@ CoreFile::CoreFile(Bytes bytes, uint32_t openParams) : file(std::move(bytes)) {
 
 CoreFile::~CoreFile() { qmkvd_delete(inst); }
 
+Bytes nalFrame(std::initializer_list<Bytes> units) {
+    Bytes out;
+    for (const Bytes &u : units) {
+        const uint32_t n = (uint32_t)u.size();
+        out.insert(out.end(), {(uint8_t)(n >> 24), (uint8_t)(n >> 16), (uint8_t)(n >> 8), (uint8_t)n});
+        out.insert(out.end(), u.begin(), u.end());
+    }
+    return out;
+}
+
+Bytes startCoded(std::initializer_list<Bytes> units) {
+    Bytes out;
+    for (const Bytes &u : units) {
+        out.insert(out.end(), {0, 0, 0, 1});
+        out.insert(out.end(), u.begin(), u.end());
+    }
+    return out;
+}
+
 }  // namespace qmkv_test

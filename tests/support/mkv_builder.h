@@ -50,6 +50,11 @@ Bytes ebmlLace(const std::vector<Bytes> &frames);
 Bytes clusterOf(uint64_t timecode, std::initializer_list<Bytes> blocks);
 // EBML header + Segment of known size around `children`.
 Bytes file(std::initializer_list<Bytes> children);
+
+// AVC/HEVC payloads: units behind 4-byte length fields, and the start-code
+// form the stream reader delivers them in.
+Bytes nalFrame(std::initializer_list<Bytes> units);
+Bytes startCoded(std::initializer_list<Bytes> units);
 // The usual minimal well-formed file: Info, one video track, a Cluster.
 Bytes minimalFile();
 
