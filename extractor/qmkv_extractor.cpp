@@ -19,9 +19,31 @@ namespace {
 
 const char kTag[] = "QMKVExtractorSO";
 const size_t kSniffSize = 128;
-// The EBML DocType element holding "matroska": ID 0x4282, size 8.
-const uint8_t kDocTypeMatroska[11] = {0x42, 0x82, 0x88, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a'};
 const float kConfidence = 0.7f;
+
+// Whether `p` starts an EBML DocType element (ID 0x4282) holding "matroska"
+// that ends within `avail` bytes. Writers differ in the encoding: the size
+// may take 1 to 8 bytes, and the text may be padded with zero bytes
+// (GStreamer writes "matroska\0"), which readers ignore.
+bool isMatroskaDocType(const uint8_t *p, size_t avail) {
+    static const uint8_t kText[8] = {'m', 'a', 't', 'r', 'o', 's', 'k', 'a'};
+    if (avail < 3 + sizeof(kText) || p[0] != 0x42 || p[1] != 0x82 || p[2] == 0) return false;
+    size_t lengthBytes = 1;
+    while ((p[2] & (0x80u >> (lengthBytes - 1))) == 0) ++lengthBytes;
+    uint64_t size = p[2] & (0xFFu >> lengthBytes);
+    bool unknown = size == (0xFFu >> lengthBytes);
+    for (size_t k = 1; k < lengthBytes; ++k) {
+        size = (size << 8) | p[2 + k];
+        unknown = unknown && p[2 + k] == 0xFF;
+    }
+    const size_t header = 2 + lengthBytes;
+    if (unknown || size < sizeof(kText) || size > avail - header) return false;
+    const uint8_t *text = p + header;
+    if (memcmp(text, kText, sizeof(kText)) != 0) return false;
+    for (size_t k = sizeof(kText); k < size; ++k)
+        if (text[k] != 0) return false;
+    return true;
+}
 
 CMediaExtractor *CreateExtractor(CDataSource *source, void * /*meta*/) {
     return wrap(new QMKVExtractor(new DataSourceHelper(source)));
@@ -34,9 +56,10 @@ CreatorFunc Sniff(CDataSource *source, float *confidence, void ** /*meta*/, Free
         return nullptr;
     }
     // Only "matroska" is claimed; WebM is left to other extractors. The
-    // pattern may start at offsets 0 to 116.
-    for (size_t i = 0; i + sizeof(kDocTypeMatroska) < kSniffSize; ++i) {
-        if (memcmp(head + i, kDocTypeMatroska, sizeof(kDocTypeMatroska)) == 0) {
+    // element must end before the block's last byte, so its shortest form
+    // starts at offset 116 at the latest.
+    for (size_t i = 0; i + 1 < kSniffSize; ++i) {
+        if (isMatroskaDocType(head + i, kSniffSize - 1 - i)) {
             *confidence = kConfidence;
             return CreateExtractor;
         }

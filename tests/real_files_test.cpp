@@ -21,7 +21,7 @@ uint32_t expectedCode(const std::string &avCodec) {
         {"h264", QMKVD_FOURCC('A', 'V', 'C', '1')}, {"hevc", QMKVD_FOURCC('h', 'e', 'v', '1')},
         {"vp8", QMKVD_FOURCC('V', 'P', '8', '0')},  {"vp9", QMKVD_FOURCC('V', 'P', '9', '0')},
         {"av1", QMKVD_FOURCC('a', 'v', '0', '1')},  {"mpeg4", QMKVD_FOURCC('M', 'P', '4', 'V')},
-        {"mpeg2video", QMKVD_FOURCC('m', 'p', 'g', '2')},
+        {"mpeg2video", QMKVD_FOURCC('m', 'p', 'g', '2')}, {"theora", QMKVD_FOURCC('T', 'H', 'E', 'O')},
         {"aac", 0xFF}, {"mp3", 0x55}, {"ac3", 0x2000}, {"eac3", QMKVD_FOURCC('e', 'c', '-', '3')},
         {"flac", 0xF1AC}, {"vorbis", 0x2674F}, {"opus", QMKVD_FOURCC('O', 'p', 'u', 's')},
         {"pcm_s16le", 1}, {"pcm_s24le", 1}, {"pcm_s32le", 1}, {"pcm_u8", 1},
@@ -173,7 +173,9 @@ std::vector<std::string> corpusNames() {
             "pcm_s24be.mka", "pcm_s32be.mka", "pcm_f32le.mka", "h264_srt.mkv", "h264_ass.mkv", "tags_ffmpeg.mkv",
             "mkvmerge_meta.mkv", "mkvmerge_h264_aac.mkv", "mkvmerge_h264_mp3.mkv", "mkvmerge_nocues.mkv",
             "mkvmerge_blockgroups.mkv", "laced_vorbis.mka", "laced_ebml_opus.mka", "laced_xiph_ac3.mka",
-            "zlib_aac_srt.mkv", "hdrstrip_mpeg4.mkv", "hdrstrip_h264.mkv", "hdrstrip_mp3.mkv"};
+            "zlib_aac_srt.mkv", "hdrstrip_mpeg4.mkv", "hdrstrip_h264.mkv", "hdrstrip_mp3.mkv", "mkvmerge_mono.mka",
+            "gst_h264_aac.mkv", "gst_hevc_mp3.mkv", "gst_vp8_vorbis.mkv", "gst_vp9_opus.mkv", "gst_theora_flac.mkv",
+            "gst_ac3.mka", "gst_pcm.mka"};
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, RealFile, ::testing::ValuesIn(corpusNames()),

@@ -19,7 +19,7 @@ out=$1
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
 
-for tool in ffmpeg mkvmerge python3; do
+for tool in ffmpeg mkvmerge gst-launch-1.0 python3; do
   command -v "$tool" >/dev/null || { echo "make_corpus: $tool is missing" >&2; exit 1; }
 done
 
@@ -461,6 +461,39 @@ gen hdrstrip_h264.mkv "header stripping (ContentCompAlgo 3) on the H.264 track 1
   strip_headers "$out/mkvmerge_h264_aac.mkv" OUT 1 2
 gen hdrstrip_mp3.mkv "header stripping (ContentCompAlgo 3) on the laced MP3 track 2 of mkvmerge_h264_mp3.mkv; frames otherwise identical" \
   strip_headers "$out/mkvmerge_h264_mp3.mkv" OUT 2 3
+
+intermediate mono.wav "${FF[@]}" $(mono 2 44100) -c:a pcm_s16le OUT
+intermediate mono_eac3.mka "${FF[@]}" $(mono 2 48000) -c:a eac3 -b:a 96k OUT
+gen mkvmerge_mono.mka "mkvmerge: mono Opus, PCM and E-AC-3, whose Channels elements mkvmerge leaves out (default 1)" \
+  "${MM[@]}" -o OUT "$out/opus.mka" "$work/mono.wav" "$work/mono_eac3.mka"
+
+# --- GStreamer's matroskamux ------------------------------------------------------
+# It writes the DocType "matroska" padded with a zero byte, and its own
+# choice of elements, block kinds and cluster layout.
+gst_mux() {  # OUT PIPELINE... (the pipeline feeds the element named mux)
+  local dst=$1
+  shift
+  gst-launch-1.0 -q "$@" matroskamux name=mux ! filesink location="$dst" >/dev/null
+}
+GV=(videotestsrc num-buffers=75 ! video/x-raw,width=160,height=120,framerate=25/1)
+GA=(audiotestsrc num-buffers=100 wave=sine ! audio/x-raw,rate=48000,channels=2 ! audioconvert)
+
+gen gst_h264_aac.mkv "GStreamer: H.264 (x264enc) + AAC (avenc_aac) stereo 48 kHz, 3 s" \
+  gst_mux OUT "${GV[@]}" ! x264enc speed-preset=ultrafast bitrate=200 key-int-max=25 ! h264parse ! mux. \
+  "${GA[@]}" ! avenc_aac ! aacparse ! mux.
+gen gst_hevc_mp3.mkv "GStreamer: HEVC (x265enc) + MP3 (lamemp3enc) stereo 48 kHz, 3 s" \
+  gst_mux OUT "${GV[@]}" ! x265enc speed-preset=ultrafast bitrate=200 key-int-max=25 ! h265parse ! mux. \
+  "${GA[@]}" ! lamemp3enc ! mpegaudioparse ! mux.
+gen gst_vp8_vorbis.mkv "GStreamer: VP8 (vp8enc) + Vorbis stereo 48 kHz, 3 s" \
+  gst_mux OUT "${GV[@]}" ! vp8enc deadline=1 keyframe-max-dist=25 ! mux. "${GA[@]}" ! vorbisenc ! mux.
+gen gst_vp9_opus.mkv "GStreamer: VP9 (vp9enc) + Opus stereo 48 kHz, 3 s" \
+  gst_mux OUT "${GV[@]}" ! vp9enc deadline=1 keyframe-max-dist=25 ! mux. "${GA[@]}" ! opusenc ! mux.
+gen gst_theora_flac.mkv "GStreamer: Theora (outside the video whitelist) + FLAC stereo 48 kHz, 3 s" \
+  gst_mux OUT "${GV[@]}" ! theoraenc keyframe-force=25 ! mux. "${GA[@]}" ! flacenc ! flacparse ! mux.
+gen gst_ac3.mka "GStreamer: AC-3 (avenc_ac3) stereo 48 kHz, 2 s" \
+  gst_mux OUT "${GA[@]}" ! avenc_ac3 ! ac3parse ! mux.
+gen gst_pcm.mka "GStreamer: PCM 16-bit little-endian stereo 48 kHz, 2 s" \
+  gst_mux OUT "${GA[@]}" ! audio/x-raw,format=S16LE ! mux.
 
 # --- what the plug-in describes ---------------------------------------------------
 gen colour_hdr.mkv "mkvmerge: H.264 + AAC with Colour (BT.2020, PQ, limited range), MaxCLL/MaxFALL and MasteringMetadata" \
