@@ -338,6 +338,27 @@ int32_t on_track_entry(void *ctx, const qmkvd_io *io, qmkvd_child *child) {
     return QMKVD_WALK_CONTINUE;
 }
 
+// Matroska's defaults for children a writer may leave out (mkvmerge omits
+// those that hold their default): one audio channel at 8000 Hz, the output
+// frequency following the sampling frequency, and a display size equal to
+// the cropped picture when it is measured in pixels. Zero is outside the
+// range of each of these elements, so a written zero reads as an omitted one.
+void apply_defaults(qmkvd_track *t) {
+    if (t->track_type == QMKVD_TRACK_AUDIO) {
+        qmkvd_audio *a = &t->audio;
+        if (a->channels == 0) a->channels = 1;
+        if (a->sampling_frequency == 0) a->sampling_frequency = 8000;
+        if (a->output_sampling_frequency == 0) a->output_sampling_frequency = a->sampling_frequency;
+    } else if (t->track_type == QMKVD_TRACK_VIDEO && t->video.display_unit == 0) {
+        qmkvd_video *v = &t->video;
+        const uint64_t crop_w = (uint64_t)v->pixel_crop_left + v->pixel_crop_right;
+        const uint64_t crop_h = (uint64_t)v->pixel_crop_top + v->pixel_crop_bottom;
+        if (v->display_width == 0 && v->pixel_width > crop_w) v->display_width = (uint32_t)(v->pixel_width - crop_w);
+        if (v->display_height == 0 && v->pixel_height > crop_h)
+            v->display_height = (uint32_t)(v->pixel_height - crop_h);
+    }
+}
+
 }  // namespace
 
 void qmkvd_track_free(qmkvd_track *track) {
@@ -363,8 +384,11 @@ int32_t parse_track(qmkvd *inst, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_elemen
 int32_t parse_track_entry(qmkvd *inst, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_track *track) {
     strcpy(track->language, "eng");
     const qmkvd_io io = io_of(mfal, fp);
-    return qmkvd_parse_fields(inst, &io, track->entry_pos, track->entry_size, 0, kTrackEntrySyntax,
-                              QMKVD_SYNTAX_COUNT(kTrackEntrySyntax), track);
+    if (qmkvd_parse_fields(inst, &io, track->entry_pos, track->entry_size, 0, kTrackEntrySyntax,
+                           QMKVD_SYNTAX_COUNT(kTrackEntrySyntax), track) != 0)
+        return -1;
+    apply_defaults(track);
+    return 0;
 }
 
 int32_t parse_video(qmkvd *inst, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_video *video) {

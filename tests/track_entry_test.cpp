@@ -29,7 +29,7 @@ Bytes encoding(std::initializer_list<Bytes> children) {
 
 Bytes compression(uint64_t algo) { return el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, algo)}); }
 
-TEST(TrackEntry, DefaultsWhenAbsent) {
+TEST(TrackEntry, LeftOutElementsTakeTheirDefaults) {
     OneTrack f(el(mkv::TrackEntry, {uint_el(mkv::TrackNumber, 3), uint_el(mkv::TrackType, 2), str_el(mkv::CodecID, "A_AAC")}));
     const qmkvd_track *t = f.track();
     ASSERT_NE(nullptr, t);
@@ -38,6 +38,35 @@ TEST(TrackEntry, DefaultsWhenAbsent) {
     EXPECT_EQ(0, t->flag_enabled);
     EXPECT_EQ(nullptr, t->codec_private);
     EXPECT_EQ(nullptr, t->video.colour);
+    // Matroska's defaults: one channel at 8000 Hz; the display size of a
+    // picture measured in pixels is the cropped picture.
+    const Bytes sf = f64_el(mkv::SamplingFrequency, 44100), osf = f32_el(mkv::OutputSamplingFrequency, 88200);
+    const Bytes pw = uint_el(mkv::PixelWidth, 1920), ph = uint_el(mkv::PixelHeight, 1088);
+    struct { const char *name; uint8_t type; Bytes child; uint32_t channels, rate, out_rate, dw, dh; } cases[] = {
+        {"no_audio_element", 2, {}, 1, 8000, 8000, 0, 0},
+        {"no_channels", 2, el(mkv::Audio, {sf}), 1, 44100, 44100, 0, 0},
+        {"no_frequencies", 2, el(mkv::Audio, {uint_el(mkv::Channels, 2)}), 2, 8000, 8000, 0, 0},
+        {"output_frequency_only", 2, el(mkv::Audio, {osf}), 1, 8000, 88200, 0, 0},
+        {"written_zero_channels", 2, el(mkv::Audio, {uint_el(mkv::Channels, 0), sf}), 1, 44100, 44100, 0, 0},
+        {"all_written", 2, el(mkv::Audio, {sf, osf, uint_el(mkv::Channels, 6)}), 6, 44100, 88200, 0, 0},
+        {"display_is_the_cropped_picture", 1,
+         el(mkv::Video, {pw, ph, uint_el(0x54AA, 8), uint_el(0x54CC, 2), uint_el(0x54DD, 2)}), 0, 0, 0, 1916, 1080},
+        {"display_written", 1, el(mkv::Video, {pw, ph, uint_el(0x54B0, 1440), uint_el(0x54BA, 1080)}), 0, 0, 0,
+         1440, 1080},
+        {"display_unit_not_pixels", 1, el(mkv::Video, {pw, ph, uint_el(0x54B2, 3)}), 0, 0, 0, 0, 0},
+        {"crop_beyond_the_picture", 1, el(mkv::Video, {pw, ph, uint_el(0x54CC, 1920)}), 0, 0, 0, 0, 1088},
+    };
+    for (const auto &c : cases) {
+        OneTrack d(c.child.empty() ? trackEntry(3, c.type, "A_AAC") : trackEntry(3, c.type, "A_AAC", {c.child}));
+        ASSERT_NE(nullptr, d.track()) << c.name;
+        const qmkvd_audio &a = d.track()->audio;
+        const qmkvd_video &v = d.track()->video;
+        EXPECT_EQ(c.channels, a.channels) << c.name;
+        EXPECT_EQ(c.rate, a.sampling_frequency) << c.name;
+        EXPECT_EQ(c.out_rate, a.output_sampling_frequency) << c.name;
+        EXPECT_EQ(c.dw, v.display_width) << c.name;
+        EXPECT_EQ(c.dh, v.display_height) << c.name;
+    }
 }
 
 TEST(TrackEntry, ReadsItsValues) {
