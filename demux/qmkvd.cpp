@@ -210,6 +210,11 @@ void qmkvd_delete(qmkvd *handle) {
     for (uint32_t i = 0; i < handle->track_scratch_count; ++i) qmkvd_track_free(&handle->track_scratch[i]);
     for (int32_t i = 0; i < handle->stream_count; ++i)
         if (handle->streams[i].opened) qmkvds_close(&handle->streams[i]);
+    for (qmkvd_cluster_node *node = handle->cluster_list; node != nullptr;) {
+        qmkvd_cluster_node *next = node->next;
+        free(node);
+        node = next;
+    }
     handle->magic = 0;
     pthread_mutex_destroy(&handle->seek_lock);
     free(handle);

@@ -375,7 +375,6 @@ typedef struct qmkvds {
     qmkvd_cue_list stream_cues;  // this track's own cues
     uint32_t cues_loaded;
     uint32_t use_instance_cues;  // the track has no cues of its own
-    qmkvd_cluster_node *cluster_list;
     qmkvd_window window;  // read-ahead of the frame path, allocated on open
 } qmkvds;
 
@@ -435,6 +434,9 @@ typedef struct qmkvd {
     // corrected on the first seek when the cues show otherwise.
     int64_t cue_base;
     int32_t last_cue_index;  // the cue the last cue seek of any stream used
+    // Every Cluster with its start time, for seeking without cues: built by
+    // the first stream that needs it and shared by all (under seek_lock).
+    qmkvd_cluster_node *cluster_list;
     // Streams of one file are read from several threads at once; seeks
     // share the cue state above (and may condemn the cue table), so they
     // take turns on it.

@@ -126,12 +126,6 @@ void qmkvds_close(qmkvds *s) {
     memset(&s->stream_cues, 0, sizeof(s->stream_cues));
     s->cues_loaded = 0;
     s->use_instance_cues = 0;
-    for (qmkvd_cluster_node *node = s->cluster_list; node != nullptr;) {
-        qmkvd_cluster_node *next = node->next;
-        free(node);
-        node = next;
-    }
-    s->cluster_list = nullptr;
     s->opened = 0;
 }
 

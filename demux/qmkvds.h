@@ -44,7 +44,9 @@ QCMN_API int32_t qmkvds_seek(qmkvds *stream, const uint64_t *time, int64_t *resu
 // Without cues: to the first frame of the track at or after the time that
 // is a key frame (any frame for non-video tracks).
 QCMN_API int32_t qmkvds_seek_crawl(qmkvds *stream, const uint64_t *time, int64_t *result_time, int32_t mode);
-// Builds the stream's list of Clusters with their start times.
+// Builds the list of the file's Clusters with their start times, shared by
+// its streams (demux->cluster_list), through this stream's file object;
+// nothing when it exists already.
 QCMN_API int32_t qmkvds_make_cluster_list(qmkvds *stream);
 // The last Cluster starting at or before `time_ns` (the first when all start
 // later), or null for an empty list.

@@ -1,5 +1,8 @@
 // Seeking without cues: a list of all Clusters with their start times,
-// built once per stream, then a crawl forward to a key frame.
+// built once per file and shared by its streams, then a crawl forward to a
+// key frame. Both read through the stream's window (qmkvd_window_io.h), so a
+// Cluster head costs one small read of the data source and a run of block
+// headers a few.
 #include <stdlib.h>
 #include <string.h>
 
@@ -12,6 +15,7 @@
 #include "demux/qmkvd_ebml.h"
 #include "demux/qmkvd_parse.h"
 #include "demux/qmkvd_walk.h"
+#include "demux/qmkvd_window_io.h"
 #include "demux/qmkvds.h"
 
 namespace {
@@ -22,24 +26,35 @@ const int32_t kFrameBudget = 1024;
 const uint32_t kKeyTestBytes = 132;
 const uint8_t kStartCode[4] = {0, 0, 0, 1};
 
-int64_t getpos(const qmkvds *s) {
-    int64_t pos = 0;
-    s->mfal->getpos(s->file, &pos);
-    return pos;
+// The stream and the view its crawl reads through.
+struct crawl {
+    qmkvds *s;
+    qmkvd_window_io io;
+    QCMN_MFAL *mfal;
+    QCMN_MFAL_FP *fp;
+};
+
+void crawl_init(crawl *c, qmkvds *s) {
+    c->s = s;
+    qmkvd_window_io_init(&c->io, s);
+    c->mfal = &c->io.mfal;
+    c->fp = qmkvd_window_io_fp(&c->io);
 }
 
-bool read_exact(qmkvds *s, void *buf, uint32_t n) {
-    return n == 0 || s->mfal->read(s->file, buf, (int32_t)n) == (int32_t)n;
-}
+int64_t getpos(const crawl *c) { return c->io.pos; }
 
-bool read_byte(qmkvds *s, uint8_t *b) { return read_exact(s, b, 1); }
+void setpos(crawl *c, int64_t pos) { c->io.pos = pos; }
+
+bool read_exact(crawl *c, void *buf, uint32_t n) { return n == 0 || c->mfal->read(c->fp, buf, (int32_t)n) == (int32_t)n; }
+
+bool read_byte(crawl *c, uint8_t *b) { return read_exact(c, b, 1); }
 
 // Track number and relative timecode of the block whose data starts at
-// `data_pos`; the file is left on the flags byte.
-bool read_block_header(qmkvds *s, int64_t data_pos, uint32_t *track, int16_t *rel) {
-    s->mfal->setpos(s->file, &data_pos);
+// `data_pos`; the view is left on the flags byte.
+bool read_block_header(crawl *c, int64_t data_pos, uint32_t *track, int16_t *rel) {
+    setpos(c, data_pos);
     uint8_t tc[2];
-    if (qmkvd_ebml_get_len32(s->mfal, s->file, track) != 0 || !read_exact(s, tc, 2)) return false;
+    if (qmkvd_ebml_get_len32(c->mfal, c->fp, track) != 0 || !read_exact(c, tc, 2)) return false;
     *rel = (int16_t)(uint16_t)((tc[0] << 8) | tc[1]);
     return true;
 }
@@ -51,73 +66,62 @@ int64_t block_time_ns(const qmkvds *s, int16_t rel) {
 
 // Reads the element at `pos`; true when it is a Cluster, whose data
 // position and size then become the cursor's.
-bool enter_cluster_at(qmkvds *s, int64_t pos) {
-    s->mfal->setpos(s->file, &pos);
+bool enter_cluster_at(crawl *c, int64_t pos) {
+    setpos(c, pos);
     uint32_t id;
     uint64_t size;
-    if (qmkvd_ebml_get_id_len64(s->mfal, s->file, &id, &size) != 0 || id != QMKVD_ID_CLUSTER) return false;
-    s->cluster.parse_start = getpos(s);
-    s->cluster.parse_size = size;
+    if (qmkvd_ebml_get_id_len64(c->mfal, c->fp, &id, &size) != 0 || id != QMKVD_ID_CLUSTER) return false;
+    c->s->cluster.parse_start = getpos(c);
+    c->s->cluster.parse_size = size;
     return true;
 }
 
 // The next Cluster after the current one, passing over other top-level
 // elements between Clusters. False at the end of the file.
-bool next_cluster(qmkvds *s) {
-    int64_t pos = qmkvd_end_of(s->cluster.parse_start, s->cluster.parse_size);
-    const int64_t file_size = s->demux->file_size;
+bool next_cluster(crawl *c) {
+    int64_t pos = qmkvd_end_of(c->s->cluster.parse_start, c->s->cluster.parse_size);
+    const int64_t file_size = c->s->demux->file_size;
     for (;;) {
         if (file_size > 0 && pos >= file_size) return false;
-        if (enter_cluster_at(s, pos)) return true;
-        s->mfal->setpos(s->file, &pos);
+        if (enter_cluster_at(c, pos)) return true;
+        setpos(c, pos);
         uint32_t id;
         uint64_t size;
-        if (qmkvd_ebml_get_id_len64(s->mfal, s->file, &id, &size) != 0) return false;
-        const int64_t next = qmkvd_end_of(getpos(s), size);
+        if (qmkvd_ebml_get_id_len64(c->mfal, c->fp, &id, &size) != 0) return false;
+        const int64_t next = qmkvd_end_of(getpos(c), size);
         if (next <= pos || id == QMKVD_ID_SEGMENT) return false;
         pos = next;
     }
 }
 
-void append_node(qmkvds *s, qmkvd_cluster_node *node) {
-    qmkvd_cluster_node *tail = s->cluster_list;
-    if (tail == nullptr) {
-        s->cluster_list = node;
-        return;
-    }
-    while (tail->next != nullptr) tail = tail->next;
-    tail->next = node;
-    node->prev = tail;
-}
-
-// Size of the first frame of the block at the file position (just after the
-// flags byte), reading the lace header as needed. 0 on failure.
-uint32_t first_frame_size(qmkvds *s, const qmkvd_block_info *block, uint8_t flags, bool *laced) {
+// Size of the first frame of the block at the view's position (just after
+// the flags byte), reading the lace header as needed. 0 on failure.
+uint32_t first_frame_size(crawl *c, const qmkvd_block_info *block, uint8_t flags, bool *laced) {
     const uint8_t lacing = flags & 0x06;
     *laced = lacing != 0;
     uint8_t count = 0;
-    if (*laced && !read_byte(s, &count)) return 0;
+    if (*laced && !read_byte(c, &count)) return 0;
     uint64_t first = 0;
     if (lacing == 0x02) {
         uint8_t b;
         do {
-            if (!read_byte(s, &b)) return 0;
+            if (!read_byte(c, &b)) return 0;
             first += b;
         } while (b == 255);
         for (uint32_t i = 1; i < count; ++i) {  // the remaining sizes, to reach the frame
             do {
-                if (!read_byte(s, &b)) return 0;
+                if (!read_byte(c, &b)) return 0;
             } while (b == 255);
         }
     } else if (lacing == 0x06) {
         uint32_t size;
-        if (qmkvd_ebml_get_len32(s->mfal, s->file, &size) != 0) return 0;
+        if (qmkvd_ebml_get_len32(c->mfal, c->fp, &size) != 0) return 0;
         first = size;
         for (uint32_t i = 1; i < count; ++i) {
-            if (qmkvd_ebml_get_len32(s->mfal, s->file, &size) != 0) return 0;
+            if (qmkvd_ebml_get_len32(c->mfal, c->fp, &size) != 0) return 0;
         }
     }
-    const uint64_t header = (uint64_t)(getpos(s) - block->data_pos);
+    const uint64_t header = (uint64_t)(getpos(c) - block->data_pos);
     if (header > block->data_size) return 0;
     const uint64_t payload = block->data_size - header;
     if (lacing == 0) first = payload;
@@ -125,9 +129,10 @@ uint32_t first_frame_size(qmkvds *s, const qmkvd_block_info *block, uint8_t flag
     return (uint32_t)(first < payload ? first : payload);
 }
 
-// Whether the video frame at the file position is a key frame, reading at
+// Whether the video frame at the view's position is a key frame, reading at
 // most a few bytes of it. Negative for the cases the crawl cannot test.
-int32_t is_key_frame(qmkvds *s, qcmn_media_type type, uint32_t frame_size, bool laced) {
+int32_t is_key_frame(crawl *c, qcmn_media_type type, uint32_t frame_size, bool laced) {
+    const qmkvds *s = c->s;
     const bool stripped = s->comp_algo == QMKVD_COMP_HEADER_STRIPPING && s->comp_settings_size > 0;
     const uint32_t k = stripped ? s->comp_settings_size : 0;
     if (s->nal_length_size < 1) {
@@ -136,7 +141,7 @@ int32_t is_key_frame(qmkvds *s, qcmn_media_type type, uint32_t frame_size, bool 
         if (prefix > 0) memcpy(buf, s->comp_settings, prefix);
         uint32_t n = kKeyTestBytes - prefix;
         if (n > frame_size) n = frame_size;
-        if (!read_exact(s, buf + prefix, n)) return QMKVD_ERR_READ;
+        if (!read_exact(c, buf + prefix, n)) return QMKVD_ERR_READ;
         return qcmn_is_vkeyfrm(type, buf, (int32_t)(prefix + n)) != 0;
     }
     if (laced) return QMKVD_ERR_IMPOSSIBLE;
@@ -148,7 +153,7 @@ int32_t is_key_frame(qmkvds *s, qcmn_media_type type, uint32_t frame_size, bool 
         uint8_t len_bytes[4];
         const uint32_t from_prefix = first ? k : 0;
         if (from_prefix > 0) memcpy(len_bytes, s->comp_settings, from_prefix);
-        if (!read_exact(s, len_bytes + from_prefix, s->nal_length_size - from_prefix)) return QMKVD_ERR_READ;
+        if (!read_exact(c, len_bytes + from_prefix, s->nal_length_size - from_prefix)) return QMKVD_ERR_READ;
         first = false;
         remaining -= s->nal_length_size;
         uint32_t length = 0;
@@ -156,28 +161,36 @@ int32_t is_key_frame(qmkvds *s, qcmn_media_type type, uint32_t frame_size, bool 
         if (length == 0) continue;
         uint8_t probe[5];
         memcpy(probe, kStartCode, 4);
-        if (!read_byte(s, &probe[4])) return QMKVD_ERR_READ;
+        if (!read_byte(c, &probe[4])) return QMKVD_ERR_READ;
         if (qcmn_is_vkeyfrm(type, probe, 5) != 0) return 1;
         const int64_t skip = (int64_t)length - 1;
         remaining -= length;
-        if (skip > 0) s->mfal->skip(s->file, &skip);
+        if (skip > 0) c->mfal->skip(c->fp, &skip);
     }
     return 0;
 }
 
+// Parses the head of the Cluster at the cursor through the view.
+int32_t cluster_head(crawl *c) { return parse_cluster(c->mfal, c->fp, &c->s->cluster); }
+
 }  // namespace
 
 int32_t qmkvds_make_cluster_list(qmkvds *s) {
+    qmkvd *inst = s->demux;
+    if (inst->cluster_list != nullptr) return 0;
+    crawl c;
+    crawl_init(&c, s);
     s->cluster.parse_start = s->cluster.cluster_pos;
     s->cluster.parse_size = s->cluster.cluster_size;
-    s->mfal->setpos(s->file, &s->cluster.parse_start);
+    setpos(&c, s->cluster.parse_start);
+    qmkvd_cluster_node *tail = nullptr;
     for (;;) {
         qmkvd_cluster_node *node = static_cast<qmkvd_cluster_node *>(calloc(1, sizeof(qmkvd_cluster_node)));
         if (node == nullptr) return QMKVD_ERR_NOT_OPEN;
         node->position = s->cluster.parse_start;
         node->size = (uint32_t)s->cluster.parse_size;
         s->cluster.next_block_pos = -1;
-        if (parse_cluster(s->mfal, s->file, &s->cluster) != 0) {
+        if (cluster_head(&c) != 0) {
             free(node);
             return QMKVD_ERR_IMPOSSIBLE;
         }
@@ -185,15 +198,21 @@ int32_t qmkvds_make_cluster_list(qmkvds *s) {
         if (s->cluster.next_block_pos >= 0) {
             qmkvd_block_info block = {};
             uint32_t track;
-            if (parse_cluster_blockgroup(s->mfal, s->file, &block, &s->cluster, 0) != 0 ||
-                (block.data_size > 0 && !read_block_header(s, block.data_pos, &track, &rel))) {
+            if (parse_cluster_blockgroup(c.mfal, c.fp, &block, &s->cluster, 0) != 0 ||
+                (block.data_size > 0 && !read_block_header(&c, block.data_pos, &track, &rel))) {
                 free(node);
                 return QMKVD_ERR_READ;
             }
         }
         node->time = (int64_t)((s->cluster.timecode + (uint64_t)(int64_t)rel) * s->timecode_scale);
-        append_node(s, node);
-        if (!next_cluster(s)) return 0;
+        node->prev = tail;
+        if (tail != nullptr) {
+            tail->next = node;
+        } else {
+            inst->cluster_list = node;
+        }
+        tail = node;
+        if (!next_cluster(&c)) return 0;
     }
 }
 
@@ -209,46 +228,49 @@ qmkvd_cluster_node *qmkvds_find_cluster_list(qmkvd_cluster_node *head, int64_t t
 int32_t qmkvds_seek_crawl(qmkvds *s, const uint64_t *time, int64_t *result_time, int32_t) {
     if (time == nullptr) return QMKVD_ERR_ARGUMENT;
     const qcmn_media_type type = qcmn_fcc2mt((int32_t)s->codec_type);
-    if (s->cluster_list == nullptr) qmkvds_make_cluster_list(s);
-    if (s->cluster_list == nullptr) return QMKVD_ERR_IMPOSSIBLE;
+    qmkvd *inst = s->demux;
+    if (inst->cluster_list == nullptr) qmkvds_make_cluster_list(s);
+    if (inst->cluster_list == nullptr) return QMKVD_ERR_IMPOSSIBLE;
+    crawl c;
+    crawl_init(&c, s);
     const int64_t target_ns = (int64_t)(*time * 100);
-    qmkvd_cluster_node *node = qmkvds_find_cluster_list(s->cluster_list, target_ns);
+    const qmkvd_cluster_node *node = qmkvds_find_cluster_list(inst->cluster_list, target_ns);
     s->cluster.parse_start = node->position;
     s->cluster.parse_size = node->size;
-    if (parse_cluster(s->mfal, s->file, &s->cluster) != 0) return QMKVD_ERR_IMPOSSIBLE;
+    if (cluster_head(&c) != 0) return QMKVD_ERR_IMPOSSIBLE;
 
     int32_t budget = kFrameBudget;
     // Every pass consumes a block element or moves to a later Cluster.
     for (;;) {
         const int64_t element_pos = s->cluster.next_block_pos;
         qmkvd_block_info block = {};
-        if (parse_cluster_blockgroup(s->mfal, s->file, &block, &s->cluster, 1) != 0) {
+        if (parse_cluster_blockgroup(c.mfal, c.fp, &block, &s->cluster, 1) != 0) {
             const int64_t end = qmkvd_end_of(s->cluster.parse_start, s->cluster.parse_size);
             // The last Cluster ends the file: the end of the stream, not a failure.
             if (s->demux->file_size > 0 && end >= s->demux->file_size) return QMKVD_END_OF_STREAM;
-            s->mfal->setpos(s->file, &end);
+            setpos(&c, end);
             uint32_t id;
             uint64_t size;
-            if (qmkvd_ebml_get_id_len64(s->mfal, s->file, &id, &size) != 0) return QMKVD_ERR_READ;
+            if (qmkvd_ebml_get_id_len64(c.mfal, c.fp, &id, &size) != 0) return QMKVD_ERR_READ;
             if (id != QMKVD_ID_CLUSTER) return QMKVD_END_OF_STREAM;
-            s->cluster.parse_start = getpos(s);
+            s->cluster.parse_start = getpos(&c);
             s->cluster.parse_size = size;
-            if (parse_cluster(s->mfal, s->file, &s->cluster) != 0) return QMKVD_ERR_IMPOSSIBLE;
+            if (cluster_head(&c) != 0) return QMKVD_ERR_IMPOSSIBLE;
             continue;
         }
         if (block.data_size == 0) continue;
         uint32_t track;
         int16_t rel;
-        if (!read_block_header(s, block.data_pos, &track, &rel)) return QMKVD_ERR_READ;
+        if (!read_block_header(&c, block.data_pos, &track, &rel)) return QMKVD_ERR_READ;
         if (track != s->track.track_number) continue;
         const int64_t t_ns = block_time_ns(s, rel);
         if (t_ns < target_ns) continue;
         uint8_t flags;
-        if (!read_byte(s, &flags)) return QMKVD_ERR_READ;
+        if (!read_byte(&c, &flags)) return QMKVD_ERR_READ;
         if (s->stream_type == QMKVD_TRACK_VIDEO) {
             bool laced;
-            const uint32_t frame_size = first_frame_size(s, &block, flags, &laced);
-            const int32_t key = is_key_frame(s, type, frame_size, laced);
+            const uint32_t frame_size = first_frame_size(&c, &block, flags, &laced);
+            const int32_t key = is_key_frame(&c, type, frame_size, laced);
             if (key < 0) return key;
             if (key == 0) {
                 if (budget == 0) {

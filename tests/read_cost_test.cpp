@@ -57,3 +57,32 @@ TEST(ReadCost, FramesCostLessThanARead) {
 }
 
 }  // namespace
+
+// Without cues the first crawl lists the Clusters with one small read per
+// Cluster head, and every later seek of any track of the file reuses it.
+TEST(ReadCost, SeekingWithoutCuesReadsEachClusterHeadOnceForAllTracks) {
+    QMKV_REQUIRE_CORPUS();
+    CoreFile f(slurp(corpusFile("mkvmerge_nocues.mkv")));
+    ASSERT_NE(nullptr, f.inst);
+    ASSERT_EQ(0, f.inst->found_cues);
+    qmkvds *first = qmkvds_open(f.inst, 0, nullptr);
+    ASSERT_NE(nullptr, first);
+    int before = f.file.mem.readCalls;
+    ASSERT_EQ(0, qmkvds_make_cluster_list(first));
+    const int listReads = f.file.mem.readCalls - before;
+    int clusters = 0;
+    for (const qmkvd_cluster_node *n = f.inst->cluster_list; n != nullptr; n = n->next) clusters++;
+    ASSERT_GT(clusters, 5);
+    EXPECT_LE(listReads, clusters + 1);
+    qmkvds_close(first);
+    for (int t = 0; t < f.format.track_count; ++t) {
+        qmkvds *s = qmkvds_open(f.inst, t, nullptr);
+        ASSERT_NE(nullptr, s);
+        before = f.file.mem.readCalls;
+        const uint64_t target = (uint64_t)f.format.duration / 2;
+        int64_t found = 0;
+        ASSERT_EQ(0, qmkvds_seek(s, &target, &found, QMKVDS_SEEK_PREVIOUS));
+        EXPECT_LT(f.file.mem.readCalls - before, clusters) << "track " << t << " lists the Clusters again";
+        qmkvds_close(s);
+    }
+}

@@ -178,7 +178,7 @@ TEST(Crawl, ClusterListIsBuiltOncePerStream) {
     int64_t found;
     ASSERT_EQ(0, qmkvds_seek(s, &t, &found, 1));
     int nodes = 0;
-    for (qmkvd_cluster_node *n = s->cluster_list; n != nullptr; n = n->next) nodes++;
+    for (qmkvd_cluster_node *n = s->demux->cluster_list; n != nullptr; n = n->next) nodes++;
     EXPECT_EQ(12, nodes);
     const int reads = f.file.mem.readCalls;
     t = 9 * kSecond;
@@ -186,8 +186,8 @@ TEST(Crawl, ClusterListIsBuiltOncePerStream) {
     EXPECT_LT(f.file.mem.readCalls - reads, 40) << "a second seek walks the list, not the file";
     EXPECT_EQ(9 * kSecond, found);
     EXPECT_EQ(nullptr, qmkvds_find_cluster_list(nullptr, 0));
-    EXPECT_EQ(s->cluster_list, qmkvds_find_cluster_list(s->cluster_list, -5));
-    EXPECT_EQ(12000000000ll - 1000000000, qmkvds_find_cluster_list(s->cluster_list, 1ll << 60)->time);
+    EXPECT_EQ(s->demux->cluster_list, qmkvds_find_cluster_list(s->demux->cluster_list, -5));
+    EXPECT_EQ(12000000000ll - 1000000000, qmkvds_find_cluster_list(s->demux->cluster_list, 1ll << 60)->time);
     qmkvds_close(s);
 }
 

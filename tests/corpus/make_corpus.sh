@@ -443,8 +443,8 @@ gen mkvmerge_h264_aac.mkv "mkvmerge remux of h264_aac.mkv: AAC laced (Xiph lacin
   "${MM[@]}" -o OUT "$out/h264_aac.mkv"
 gen mkvmerge_h264_mp3.mkv "mkvmerge: H.264 + MP3 stereo 48 kHz, MP3 laced (fixed-size lacing)" \
   "${MM[@]}" -o OUT "$work/h264_mp3.mkv"
-gen mkvmerge_nocues.mkv "mkvmerge --no-cues: H.264 + AAC without an index" \
-  "${MM[@]}" -o OUT --no-cues "$out/h264_aac_cues_front.mkv"
+gen mkvmerge_nocues.mkv "mkvmerge --no-cues: H.264 + AAC without an index, a Cluster every 100 ms" \
+  "${MM[@]}" -o OUT --no-cues --cluster-length 100ms "$out/h264_aac_cues_front.mkv"
 gen mkvmerge_blockgroups.mkv "mkvmerge --engage no_simpleblocks: H.264 + AAC in BlockGroups with ReferenceBlock" \
   "${MM[@]}" -o OUT --engage no_simpleblocks "$out/h264_aac.mkv"
 gen laced_vorbis.mka "mkvmerge remux of vorbis.mka: Vorbis laced (EBML and Xiph lacing mixed)" \
