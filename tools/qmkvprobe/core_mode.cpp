@@ -26,7 +26,8 @@ namespace {
 
 // Reads every track to its end; prints each frame unless only counting.
 // Returns the exit status.
-int readAllCore(const Options &opts, qmkvd *inst, const qmkvd_format &format, double openSeconds) {
+int readAllCore(const Options &opts, qmkvd *inst, const qmkvd_format &format, double openSeconds,
+                const CountedSource &counted) {
     uint64_t frames = 0, bytes = 0;
     int status = 0;
     CoreSeek seek;
@@ -59,10 +60,7 @@ int readAllCore(const Options &opts, qmkvd *inst, const qmkvd_format &format, do
             }
         }
     }
-    if (opts.count) {
-        printf("{\"frames\": %llu, \"bytes\": %llu, \"seconds\": %.6f, \"open_seconds\": %.6f}\n",
-               (unsigned long long)frames, (unsigned long long)bytes, now() - start, openSeconds);
-    }
+    if (opts.count) printCountLine(frames, bytes, now() - start, openSeconds, counted);
     return status;
 }
 
@@ -78,7 +76,7 @@ int seekCountCore(const Options &opts, qmkvd *inst, const qmkvd_format &format) 
 
 }  // namespace
 
-int runCore(const Options &opts, android::DataSourceHelper *source) {
+int runCore(const Options &opts, android::DataSourceHelper *source, const CountedSource &counted) {
     QCMN_MFAL mfal;
     if (qcmn_mfal_init(&mfal, source) != 0) {
         fprintf(stderr, "qmkvprobe: out of memory\n");
@@ -103,7 +101,7 @@ int runCore(const Options &opts, android::DataSourceHelper *source) {
         status = seekCountCore(opts, inst, format);
     } else {
         if (!opts.count) printView(coreView(inst, format), opts.json);
-        if (opts.packets || opts.count) status = readAllCore(opts, inst, format, openSeconds);
+        if (opts.packets || opts.count) status = readAllCore(opts, inst, format, openSeconds, counted);
     }
     qmkvd_delete(inst);
     qcmn_mfal_deinit(&mfal);

@@ -4,12 +4,14 @@
 
 #include <media/MediaExtractorPluginHelper.h>
 
+#include "counted_source.h"
 #include "options.h"
 
 namespace qmkvprobe {
 
-// Runs the probe's core mode over `source`; returns the exit status.
-int runCore(const Options &opts, android::DataSourceHelper *source);
+// Runs the probe's core mode over `source`, which reads through `counted`;
+// returns the exit status.
+int runCore(const Options &opts, android::DataSourceHelper *source, const CountedSource &counted);
 
 // The core's seek mode for each of the framework's.
 int32_t coreSeekMode(const std::string &mode);

@@ -11,6 +11,7 @@
 #include <media/stagefright/FileSource.h>
 
 #include "core_mode.h"
+#include "counted_source.h"
 #include "options.h"
 #include "plugin_mode.h"
 
@@ -45,6 +46,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
         return 1;
     }
-    android::DataSourceHelper source(file.wrap());
-    return qmkvprobe::runCore(opts, &source);
+    qmkvprobe::CountedSource counted(file.wrap());
+    android::DataSourceHelper source(counted.source());
+    return qmkvprobe::runCore(opts, &source, counted);
 }

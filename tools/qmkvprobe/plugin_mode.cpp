@@ -8,6 +8,7 @@
 #include <media/stagefright/FileSource.h>
 
 #include "core_view.h"
+#include "counted_source.h"
 #include "format_json.h"
 #include "probe_util.h"
 #include "seek_targets.h"
@@ -138,8 +139,9 @@ int runPlugin(const Options &opts, const std::string &pluginPath) {
         fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
         return 1;
     }
+    CountedSource counted(file.wrap());
     const double openStart = now();
-    std::unique_ptr<qmkvhost::Extractor> ex = plugin->open(file.wrap());
+    std::unique_ptr<qmkvhost::Extractor> ex = plugin->open(counted.source());
     if (ex == nullptr) {
         fprintf(stderr, "qmkvprobe: %s is not claimed by the plug-in\n", opts.file.c_str());
         return 1;
@@ -159,10 +161,7 @@ int runPlugin(const Options &opts, const std::string &pluginPath) {
     bool ok = true;
     const double start = now();
     for (size_t i = 0; i < formats.tracks.size(); ++i) ok = readTrack(opts, *ex, i, &counts) && ok;
-    if (opts.count) {
-        printf("{\"frames\": %llu, \"bytes\": %llu, \"seconds\": %.6f, \"open_seconds\": %.6f}\n",
-               (unsigned long long)counts.frames, (unsigned long long)counts.bytes, now() - start, openSeconds);
-    }
+    if (opts.count) printCountLine(counts.frames, counts.bytes, now() - start, openSeconds, counted);
     return ok ? 0 : 1;
 }
 

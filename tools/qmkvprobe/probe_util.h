@@ -6,12 +6,17 @@
 
 #include <string>
 
+#include "counted_source.h"
+
 namespace qmkvprobe {
 
 // Monotonic wall time in seconds.
 double now();
 // zlib CRC-32 of the bytes, 8 lowercase hex digits.
 std::string crc32Hex(const uint8_t *data, size_t size);
+// The --count line: frames and bytes delivered, the reading's and the
+// open's wall time, and the data-source reads made so far.
+void printCountLine(uint64_t frames, uint64_t bytes, double seconds, double openSeconds, const CountedSource &counted);
 
 }  // namespace qmkvprobe
 
