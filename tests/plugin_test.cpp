@@ -426,7 +426,8 @@ INSTANTIATE_TEST_SUITE_P(Corpus, PluginFile,
                                            "mkvmerge_h264_aac.mkv", "mkvmerge_nocues.mkv", "laced_vorbis.mka",
                                            "hdrstrip_h264.mkv", "hdrstrip_mp3.mkv", "mkvmerge_mono.mka",
                                            "gst_h264_aac.mkv", "gst_hevc_mp3.mkv", "gst_vp8_vorbis.mkv",
-                                           "gst_vp9_opus.mkv", "gst_theora_flac.mkv", "gst_ac3.mka", "gst_pcm.mka"),
+                                           "gst_vp9_opus.mkv", "gst_theora_flac.mkv", "gst_ac3.mka", "gst_pcm.mka",
+                                           "long_doctype.mkv"),
                          paramName);
 
 TEST(PluginCorpus, TagsColourHdrAndUnsupportedTracks) {

@@ -325,6 +325,44 @@ open(dst, 'wb').write(b''.join(e.blob for e in top))
 PY
 }
 
+
+# The EBML header rewritten with every size in its 8-byte form and the
+# DocType padded with zero bytes, both valid EBML that some writers produce;
+# the Segment follows unchanged (its positions count from its own start).
+long_doctype() {  # IN OUT
+  python3 - "$@" <<'PY'
+import sys
+
+src, dst = sys.argv[1], sys.argv[2]
+data = open(src, 'rb').read()
+
+def rd_vint(b, p):
+    n = 1
+    while not b[p] & (0x80 >> (n - 1)):
+        n += 1
+    v = b[p] & (0xFF >> n)
+    for i in range(1, n):
+        v = (v << 8) | b[p + i]
+    return v, n
+
+def size8(v):
+    return (v | (1 << 56)).to_bytes(8, 'big')
+
+assert data[:4] == b'\x1a\x45\xdf\xa3'
+size, n = rd_vint(data, 4)
+p, end, body = 4 + n, 4 + n + size, b''
+while p < end:
+    _, idn = rd_vint(data, p)
+    ident = data[p:p + idn]
+    length, ln = rd_vint(data, p + idn)
+    value = data[p + idn + ln:p + idn + ln + length]
+    if ident == b'\x42\x82':
+        value += b'\0' * 3
+    body += ident + size8(len(value)) + value
+    p += idn + ln + length
+open(dst, 'wb').write(data[:4] + size8(len(body)) + body + data[end:])
+PY
+}
 # --- video with audio -------------------------------------------------------
 
 gen h264_aac.mkv "H.264 High 160x120 25 fps (B-frames) + AAC-LC stereo 48 kHz, 3 s, ffmpeg, cues after the clusters" \
@@ -461,6 +499,8 @@ gen hdrstrip_h264.mkv "header stripping (ContentCompAlgo 3) on the H.264 track 1
   strip_headers "$out/mkvmerge_h264_aac.mkv" OUT 1 2
 gen hdrstrip_mp3.mkv "header stripping (ContentCompAlgo 3) on the laced MP3 track 2 of mkvmerge_h264_mp3.mkv; frames otherwise identical" \
   strip_headers "$out/mkvmerge_h264_mp3.mkv" OUT 2 3
+gen long_doctype.mkv "h264_aac.mkv with its EBML header's sizes in 8-byte form and the DocType padded with zero bytes" \
+  long_doctype "$out/h264_aac.mkv" OUT
 
 intermediate mono.wav "${FF[@]}" $(mono 2 44100) -c:a pcm_s16le OUT
 intermediate mono_eac3.mka "${FF[@]}" $(mono 2 48000) -c:a eac3 -b:a 96k OUT
