@@ -13,6 +13,7 @@ extern "C" {
 #include <libavutil/error.h>
 #include <libavutil/log.h>
 #include <libavutil/mathematics.h>
+#include <libavutil/pixdesc.h>
 }
 
 namespace qmkv_test {
@@ -84,9 +85,7 @@ AvFile avOpen(const std::string &path) {
         return file;
     }
     file.ok = true;
-    file.format_name = ctx->iformat->name;
     file.duration_us = ctx->duration == AV_NOPTS_VALUE ? kAvNoTime : ctx->duration;  // AV_TIME_BASE is 1 MHz
-    file.metadata = dictToMap(ctx->metadata);
     for (unsigned i = 0; i < ctx->nb_streams; ++i) {
         AVStream *st = ctx->streams[i];
         const AVCodecParameters *par = st->codecpar;
@@ -94,13 +93,10 @@ AvFile avOpen(const std::string &path) {
         s.index = st->index;
         s.codec_name = avcodec_get_name(par->codec_id);
         s.media_type = mediaType(par->codec_type);
-        s.duration_us = toUs(st->duration, st->time_base);
-        s.start_us = toUs(st->start_time, st->time_base);
         s.width = par->width;
         s.height = par->height;
         s.sample_rate = par->sample_rate;
         s.channels = par->ch_layout.nb_channels;
-        s.bits_per_coded_sample = par->bits_per_coded_sample;
         if (par->extradata != nullptr && par->extradata_size > 0)
             s.extradata.assign(par->extradata, par->extradata + par->extradata_size);
         s.metadata = dictToMap(st->metadata);
@@ -115,9 +111,6 @@ AvPacket convert(const AVPacket *pkt, AVRational tb) {
     AvPacket p;
     p.stream = pkt->stream_index;
     p.pts_us = toUs(pkt->pts, tb);
-    p.dts_us = toUs(pkt->dts, tb);
-    p.duration_us = pkt->duration > 0 ? toUs(pkt->duration, tb) : kAvNoTime;
-    p.pos = pkt->pos;
     p.key = (pkt->flags & AV_PKT_FLAG_KEY) != 0;
     if (pkt->size > 0) p.data.assign(pkt->data, pkt->data + pkt->size);
     return p;
@@ -175,6 +168,34 @@ AvPacket AvFile::seekFirst(int stream, int64_t time_us) const {
     }
     av_packet_free(&pkt);
     return found;
+}
+
+bool avProbeVideo(const std::string &path, AvVideoParams *out) {
+    AVFormatContext *raw = nullptr;
+    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0) {
+        ADD_FAILURE() << "oracle cannot open " << path;
+        return false;
+    }
+    InputPtr ctx(raw);
+    if (avformat_find_stream_info(ctx.get(), nullptr) < 0 || ctx->nb_streams == 0) {
+        ADD_FAILURE() << "oracle cannot probe " << path;
+        return false;
+    }
+    const AVCodecParameters *par = ctx->streams[0]->codecpar;
+    out->width = par->width;
+    out->height = par->height;
+    out->profile = par->profile;
+    out->level = par->level;
+    if (const AVPixFmtDescriptor *d = av_pix_fmt_desc_get((AVPixelFormat)par->format)) {
+        out->bit_depth = d->comp[0].depth;
+        const bool sub_w = d->log2_chroma_w > 0, sub_h = d->log2_chroma_h > 0;
+        out->chroma_format = d->nb_components < 3 || (!sub_w && sub_h) ? 0
+                             : sub_w && sub_h                        ? 1
+                             : sub_w                                 ? 2
+                                                                     : 3;
+    }
+    if (par->field_order != AV_FIELD_UNKNOWN) out->interlaced = par->field_order != AV_FIELD_PROGRESSIVE;
+    return true;
 }
 
 std::string AvFile::codecSummary() const {

@@ -29,19 +29,15 @@ struct AvStream {
     int index = -1;
     std::string codec_name;  // libavcodec's short name: "h264", "aac", "pcm_s16be", ...
     int media_type = kAvOther;
-    int64_t duration_us = kAvNoTime;
-    int64_t start_us = kAvNoTime;
     int width = 0, height = 0;
     int sample_rate = 0, channels = 0;
-    int bits_per_coded_sample = 0;
     std::vector<uint8_t> extradata;  // CodecPrivate as libavformat exposes it
     std::map<std::string, std::string> metadata;  // "language", "title", ...
 };
 
 struct AvPacket {
     int stream = -1;
-    int64_t pts_us = kAvNoTime, dts_us = kAvNoTime, duration_us = kAvNoTime;
-    int64_t pos = -1;  // byte offset of the block, when known
+    int64_t pts_us = kAvNoTime;
     bool key = false;
     std::vector<uint8_t> data;
 };
@@ -50,13 +46,8 @@ struct AvFile {
     std::string path;
     bool ok = false;
     std::string error;  // why opening failed
-    std::string format_name;  // "matroska,webm"
     int64_t duration_us = kAvNoTime;
     std::vector<AvStream> streams;
-    // Segment title as "title", then the global tags under their own names
-    // ("ARTIST", ...); libavformat's keys are case-blind, so a TITLE tag
-    // replaces the segment title.
-    std::map<std::string, std::string> metadata;
 
     // Every packet in file order. Reads the file afresh on each call.
     std::vector<AvPacket> readAll() const;
@@ -69,6 +60,20 @@ struct AvFile {
     // The streams' codec names in index order, joined with '+': "h264+aac".
     std::string codecSummary() const;
 };
+
+// What libavcodec makes of a video stream's sequence headers (after
+// avformat_find_stream_info, which decodes the first frames). -1 where it
+// does not say.
+struct AvVideoParams {
+    int width = -1, height = -1, profile = -1, level = -1;
+    int bit_depth = -1;
+    int chroma_format = -1;  // 0 monochrome (or 4:4:0), 1 4:2:0, 2 4:2:2, 3 4:4:4 (and RGB)
+    int interlaced = -1;     // from the field order: 0 progressive, 1 fields
+};
+
+// The parameters of the first stream of the elementary stream or file at
+// `path`; ok false (with a test failure recorded) when it cannot be probed.
+bool avProbeVideo(const std::string &path, AvVideoParams *out);
 
 // Opens and probes `path`. On failure the result has ok == false and error
 // set, and a non-fatal test failure is recorded.
