@@ -94,11 +94,6 @@ TEST_P(Concurrency, TracksReadInParallelMatchTracksReadAlone) {
 
 INSTANTIATE_TEST_SUITE_P(Corpus, Concurrency,
                          ::testing::Values("h264_aac_30s.mkv", "mkvmerge_nocues.mkv", "h264_srt.mkv"),
-                         [](const ::testing::TestParamInfo<std::string> &p) {
-                             std::string n = p.param;
-                             for (char &c : n)
-                                 if (!isalnum((unsigned char)c)) c = '_';
-                             return n;
-                         });
+                         qmkv_test::testName);
 
 }  // namespace

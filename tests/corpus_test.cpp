@@ -8,8 +8,6 @@
 #include <stdint.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -52,11 +50,6 @@ const Expected kExpected[] = {
     {"gst_vp9_opus.mkv", "vp9+opus", "va"}, {"gst_theora_flac.mkv", "theora+flac", "va"},
     {"gst_ac3.mka", "ac3", "a"}, {"gst_pcm.mka", "pcm_s16le", "a"}, {"long_doctype.mkv", "h264+aac", "va"},
 };
-
-FileBytes readBytes(const std::string &name) {
-    std::ifstream in(corpusFile(name), std::ios::binary);
-    return FileBytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 // --- a minimal EBML scanner, just enough to look at the file layout ---------
 
@@ -120,7 +113,7 @@ TEST(Corpus, EveryExpectedFileHasItsDocTypeStreamsAndAKeyFrameFirst) {
     for (const Expected &x : kExpected) {
         SCOPED_TRACE(x.name);
         const std::string name = x.name;
-        const FileBytes b = readBytes(name);
+        const FileBytes b = readBytes(corpusFile(name));
         const std::vector<Element> doc = under(b, {0x1A45DFA3, 0x4282});
         ASSERT_EQ(1u, doc.size());
         // GStreamer (and long_doctype.mkv) pad the text with zero bytes.
@@ -152,7 +145,7 @@ TEST(Corpus, CuesSitBeforeOrAfterTheClustersOrNowhere) {
         {"h264_aac.mkv", 1}, {"h264_aac_30s.mkv", 1}, {"h264_aac_cues_front.mkv", -1},
         {"mkvmerge_h264_aac.mkv", 1}, {"mkvmerge_nocues.mkv", 0}};
     for (const auto &c : cases) {
-        const FileBytes b = readBytes(c.name);
+        const FileBytes b = readBytes(corpusFile(c.name));
         const std::vector<Element> cues = under(b, {kSegment, kCues}), clusters = under(b, {kSegment, kCluster});
         ASSERT_FALSE(clusters.empty()) << c.name;
         ASSERT_EQ(c.where != 0, !cues.empty()) << c.name;
@@ -169,7 +162,7 @@ TEST(Corpus, LacingBlockGroupsAndCompressionAreReallyWritten) {
         {"zlib_aac_srt.mkv", 2, -1}, {"h264_aac.mkv", 2, 0} /* ffmpeg never laces */};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        const FileBytes b = readBytes(c.name);
+        const FileBytes b = readBytes(corpusFile(c.name));
         std::set<int> used;
         size_t frames = 0;
         std::vector<Element> blocks = under(b, {kSegment, kCluster, 0xA3});
@@ -193,7 +186,7 @@ TEST(Corpus, LacingBlockGroupsAndCompressionAreReallyWritten) {
         EXPECT_EQ(frames, size_t(std::count_if(packets.begin(), packets.end(),
                                                [&](const AvPacket &p) { return p.stream == int(c.track) - 1; })));
     }
-    const FileBytes groups = readBytes("mkvmerge_blockgroups.mkv");
+    const FileBytes groups = readBytes(corpusFile("mkvmerge_blockgroups.mkv"));
     EXPECT_TRUE(under(groups, {kSegment, kCluster, 0xA3}).empty());
     EXPECT_FALSE(under(groups, {kSegment, kCluster, 0xA0, 0xA1}).empty());
 
@@ -202,7 +195,7 @@ TEST(Corpus, LacingBlockGroupsAndCompressionAreReallyWritten) {
         {"hdrstrip_h264.mkv", {{1, 3}}}, {"hdrstrip_mp3.mkv", {{2, 3}}}, {"hdrstrip_mpeg4.mkv", {{1, 3}}},
         {"zlib_aac_srt.mkv", {{2, 0}, {3, 0}}}, {"h264_aac.mkv", {}}};
     for (const auto &c : compressed) {
-        const FileBytes b = readBytes(c.name);
+        const FileBytes b = readBytes(corpusFile(c.name));
         std::map<uint64_t, uint64_t> algos;
         for (const Element &entry : under(b, {kSegment, 0x1654AE6B, 0xAE})) {
             const std::vector<Element> comp = under(b, {0x6D80, 0x6240, 0x5034}, entry);

@@ -4,14 +4,13 @@
 // undamaged file.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <random>
 
 #include <host/ExtractorHost.h>
 
 #include "demux/qmkvds.h"
 #include "tests/support/corpus.h"
+#include "tests/support/file_core.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/mkv_builder.h"
 
@@ -21,38 +20,14 @@ using namespace qmkv_test;
 
 namespace {
 
-struct Frame {
-    int64_t pts;
-    uint32_t key;
-    int64_t blockEnd;  // file offset just past the frame's block
-    Bytes data;
-};
+using Frame = CoreFrame;
 
-// Every track's frames, size query then read, with a bound on the count so
-// that a damaged file cannot keep a test busy.
+// Every track's frames.
 std::vector<std::vector<Frame>> readAll(const Bytes &bytes, int32_t *openError) {
     std::vector<std::vector<Frame>> tracks;
     CoreFile f(bytes);
     *openError = f.error;
-    if (f.inst == nullptr) return tracks;
-    Bytes buf;
-    for (int t = 0; t < f.format.track_count; ++t) {
-        tracks.emplace_back();
-        qmkvds *s = qmkvds_open(f.inst, t, nullptr);
-        if (s == nullptr) continue;
-        for (int n = 0; n < 200000; ++n) {
-            Frame fr{};
-            uint32_t size = 0;
-            int64_t end;
-            if (qmkvds_get_frm(s, nullptr, 0, &size, &fr.pts, &end, &fr.key) != 0) break;
-            buf.resize((size_t)size + 1);
-            if (qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &fr.pts, &end, &fr.key) != 0) break;
-            fr.blockEnd = s->block.data_pos + (int64_t)s->block.data_size;
-            fr.data.assign(buf.begin(), buf.begin() + size);
-            tracks.back().push_back(std::move(fr));
-        }
-        qmkvds_close(s);
-    }
+    for (int t = 0; f.inst != nullptr && t < f.format.track_count; ++t) tracks.push_back(readCoreFrames(f.inst, t));
     return tracks;
 }
 
@@ -75,11 +50,6 @@ void expectIntactPrefix(const std::vector<std::vector<Frame>> &good, const std::
     }
 }
 
-Bytes readFileBytes(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
 // Offsets to damage: densely through the headers and the first Cluster,
 // then spread over the rest of the file.
 std::vector<size_t> damageOffsets(size_t size, size_t dense, size_t spread) {
@@ -93,7 +63,7 @@ class Damage : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(Damage, TruncationKeepsEveryFrameBeforeTheCut) {
     QMKV_REQUIRE_CORPUS();
-    const Bytes bytes = readFileBytes(corpusFile(GetParam()));
+    const Bytes bytes = readBytes(corpusFile(GetParam()));
     ASSERT_GT(bytes.size(), 1000u);
     int32_t err = 0;
     const auto good = readAll(bytes, &err);
@@ -112,7 +82,7 @@ TEST_P(Damage, TruncationKeepsEveryFrameBeforeTheCut) {
 
 TEST_P(Damage, FlippedBytesKeepEveryFrameBeforeThem) {
     QMKV_REQUIRE_CORPUS();
-    const Bytes bytes = readFileBytes(corpusFile(GetParam()));
+    const Bytes bytes = readBytes(corpusFile(GetParam()));
     int32_t err = 0;
     const auto good = readAll(bytes, &err);
     ASSERT_EQ(0, err);
@@ -132,7 +102,7 @@ TEST_P(Damage, FlippedBytesKeepEveryFrameBeforeThem) {
 
 TEST_P(Damage, ThePlugInSurvivesTheSameDamage) {
     QMKV_REQUIRE_CORPUS();
-    const Bytes bytes = readFileBytes(corpusFile(GetParam()));
+    const Bytes bytes = readBytes(corpusFile(GetParam()));
     std::string error;
     std::unique_ptr<qmkvhost::Plugin> plugin = qmkvhost::Plugin::fromEntry(GETEXTRACTORDEF, &error);
     ASSERT_NE(nullptr, plugin) << error;
@@ -167,11 +137,6 @@ INSTANTIATE_TEST_SUITE_P(Corpus, Damage,
                          ::testing::Values("h264_aac.mkv", "h264_aac_cues_front.mkv", "mkvmerge_h264_aac.mkv",
                                            "laced_vorbis.mka", "hdrstrip_mp3.mkv", "h264_srt.mkv",
                                            "mkvmerge_blockgroups.mkv"),
-                         [](const ::testing::TestParamInfo<std::string> &p) {
-                             std::string n = p.param;
-                             for (char &c : n)
-                                 if (!isalnum((unsigned char)c)) c = '_';
-                             return n;
-                         });
+                         testName);
 
 }  // namespace

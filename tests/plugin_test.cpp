@@ -107,13 +107,6 @@ Bytes oneTrack(const Bytes &entry, const Bytes &payload = Bytes{1}) {
     return file({segmentInfo(), tracks({entry}), clusterOf(0, {simpleBlock(1, 0, 0x80, payload)})});
 }
 
-std::string paramName(const ::testing::TestParamInfo<std::string> &p) {
-    std::string n = p.param;
-    for (char &c : n)
-        if (!isalnum((unsigned char)c)) c = '_';
-    return n;
-}
-
 TEST(Plugin, DefinitionAndSniffingTheMatroskaDocTypeInTheFirst128Bytes) {
     std::unique_ptr<Plugin> def = plugin();
     ASSERT_NE(nullptr, def);
@@ -428,7 +421,7 @@ INSTANTIATE_TEST_SUITE_P(Corpus, PluginFile,
                                            "gst_h264_aac.mkv", "gst_hevc_mp3.mkv", "gst_vp8_vorbis.mkv",
                                            "gst_vp9_opus.mkv", "gst_theora_flac.mkv", "gst_ac3.mka", "gst_pcm.mka",
                                            "long_doctype.mkv"),
-                         paramName);
+                         testName);
 
 TEST(PluginCorpus, TagsColourHdrAndUnsupportedTracks) {
     QMKV_REQUIRE_CORPUS();

@@ -960,11 +960,6 @@ struct TempDir {
     }
 };
 
-Bytes readFile(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-}
-
 // Runs ffmpeg on a lavfi `source` with `args` into `out`; the muxer comes
 // from `format` (or the file name when empty).
 bool ffmpeg(const std::string &source, const std::string &args, const std::string &format, const std::string &out) {
@@ -1112,7 +1107,7 @@ TEST_P(FfmpegStream, ReportsWhatLibavcodecReads) {
     ASSERT_TRUE(encode(c.args, c.w, c.h, c.format, path)) << "ffmpeg failed for " << c.name;
     AvVideoParams av;
     ASSERT_TRUE(avProbeVideo(path, &av));
-    const Bytes file = readFile(path);
+    const Bytes file = qmkv_test::readBytes(path);
     ASSERT_GT(file.size(), 16u);
     if (c.format == "ivf") {
         const std::vector<Bytes> frames = ivfFrames(file);

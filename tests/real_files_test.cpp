@@ -179,11 +179,6 @@ std::vector<std::string> corpusNames() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, RealFile, ::testing::ValuesIn(corpusNames()),
-                         [](const ::testing::TestParamInfo<std::string> &p) {
-                             std::string n = p.param;
-                             for (char &c : n)
-                                 if (!isalnum((unsigned char)c)) c = '_';
-                             return n;
-                         });
+                         testName);
 
 }  // namespace

@@ -143,11 +143,6 @@ TEST_P(RealSeek, LandsOnKeyFramesAndReadsOnToTheEnd) {
 INSTANTIATE_TEST_SUITE_P(Corpus, RealSeek,
                          ::testing::Values("h264_aac_30s.mkv", "h264_aac_cues_front.mkv", "mkvmerge_nocues.mkv",
                                            "mkvmerge_h264_aac.mkv", "vp9_opus.webm", "hdrstrip_h264.mkv"),
-                         [](const ::testing::TestParamInfo<std::string> &p) {
-                             std::string n = p.param;
-                             for (char &c : n)
-                                 if (!isalnum((unsigned char)c)) c = '_';
-                             return n;
-                         });
+                         testName);
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "demux/qmkvd_codec.h"
 #include "demux/qmkvds.h"
+#include "tests/support/file_core.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/mkv_builder.h"
 
@@ -13,38 +14,8 @@ using namespace qmkv_test;
 
 namespace {
 
-struct Frame {
-    int64_t pts, end;
-    uint32_t key;
-    Bytes data;
-};
-
-// Reads a track to its end: a size query, then the read, for every frame
-// (or reads straight into a large buffer).
-std::vector<Frame> readTrack(qmkvd *inst, int index, bool sizeFirst = true, int32_t *last = nullptr) {
-    std::vector<Frame> frames;
-    qmkvds *s = qmkvds_open(inst, index, nullptr);
-    EXPECT_NE(nullptr, s);
-    if (s == nullptr) return frames;
-    int32_t r;
-    for (int guard = 0; guard < 100000; ++guard) {
-        Frame f{};
-        uint32_t size = 0;
-        Bytes buf(1 << 16);
-        if (sizeFirst) {
-            r = qmkvds_get_frm(s, nullptr, 0, &size, &f.pts, &f.end, &f.key);
-            if (r != 0) break;
-            buf.resize(size > 0 ? size : 1);
-        }
-        r = qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &f.pts, &f.end, &f.key);
-        if (r != 0) break;
-        buf.resize(size);
-        f.data = buf;
-        frames.push_back(f);
-    }
-    if (last != nullptr) *last = r;
-    qmkvds_close(s);
-    return frames;
+std::vector<CoreFrame> readTrack(qmkvd *inst, int index, bool sizeFirst = true, int32_t *last = nullptr) {
+    return readCoreFrames(inst, index, last, sizeFirst);
 }
 
 Bytes bytesOf(int n, uint8_t seed) {

@@ -3,7 +3,10 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <ctype.h>
+
 #include <fstream>
+#include <iterator>
 
 namespace qmkv_test {
 
@@ -48,6 +51,18 @@ std::vector<CorpusEntry> corpusFiles() {
     }
     if (entries.empty()) ADD_FAILURE() << dir << "/manifest.txt lists no file";
     return entries;
+}
+
+std::vector<uint8_t> readBytes(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string testName(const ::testing::TestParamInfo<std::string> &info) {
+    std::string n = info.param;
+    for (char &c : n)
+        if (!isalnum((unsigned char)c)) c = '_';
+    return n;
 }
 
 }  // namespace qmkv_test

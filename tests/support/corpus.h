@@ -29,6 +29,12 @@ struct CorpusEntry {
 // manifest cannot be read or is empty.
 std::vector<CorpusEntry> corpusFiles();
 
+// The whole file at `path` (empty when it cannot be read).
+std::vector<uint8_t> readBytes(const std::string &path);
+
+// A parameterised test's name for a file name: "h264_aac.mkv" -> "h264_aac_mkv".
+std::string testName(const ::testing::TestParamInfo<std::string> &info);
+
 }  // namespace qmkv_test
 
 // Skips the current test when no corpus is configured. A macro because

@@ -16,20 +16,23 @@ FileCore::~FileCore() {
     qcmn_mfal_deinit(&mfal);
 }
 
-std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last) {
+std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last, bool sizeFirst) {
     std::vector<CoreFrame> frames;
     int32_t r = -3;
     qmkvds *s = qmkvds_open(inst, index, &r);
     if (s != nullptr) {
-        std::vector<uint8_t> buf;
-        for (;;) {
+        std::vector<uint8_t> buf(sizeFirst ? 0 : 1 << 16);
+        for (int n = 0; n < 200000; ++n) {
             CoreFrame f;
             uint32_t size = 0;
-            r = qmkvds_get_frm(s, nullptr, 0, &size, &f.pts, &f.end, &f.key);
-            if (r != 0) break;
-            buf.resize(size + 1);
+            if (sizeFirst) {
+                r = qmkvds_get_frm(s, nullptr, 0, &size, &f.pts, &f.end, &f.key);
+                if (r != 0) break;
+                buf.resize(size + 1);
+            }
             r = qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &f.pts, &f.end, &f.key);
             if (r != 0) break;
+            f.blockEnd = s->block.data_pos + (int64_t)s->block.data_size;
             f.data.assign(buf.begin(), buf.begin() + size);
             frames.push_back(std::move(f));
         }

@@ -32,12 +32,15 @@ struct FileCore {
 struct CoreFrame {
     int64_t pts = 0, end = 0;  // 100 ns
     uint32_t key = 0;
+    int64_t blockEnd = 0;  // file offset just past the frame's block
     std::vector<uint8_t> data;
 };
 
-// Every frame of track `index` (size query, then read); `last` gets the
+// Every frame of track `index`, each by a size query and then the read
+// (or, without `sizeFirst`, read straight into a large buffer); at most
+// 200000, so that a damaged file cannot keep a test busy. `last` gets the
 // code that ended the stream.
-std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last = nullptr);
+std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last = nullptr, bool sizeFirst = true);
 
 // A length-prefixed AVC/HEVC frame (as libavformat hands it over) in the
 // start-code form the core delivers.
