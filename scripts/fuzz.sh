@@ -49,9 +49,10 @@ if ! { CC=$cc CXX=$cxx cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -D
   exit 1
 fi
 
-# Seeds: the committed ones (fuzz/seeds/), tiny real files and crafted ones
-# made once per build directory, the test corpus when a test run has made
-# it, and the codec configurations and first frames of the real files.
+# Seeds: the committed ones (fuzz/seeds/: crafted structures plain muxers
+# rarely write), tiny real files made once per build directory, the test
+# corpus when a test run has made it, and the codec configurations and
+# first frames of the real files.
 real="$dir/seeds-real"
 if [ ! -e "$real/.done" ]; then
   echo "fuzz: generating seed files into $real"
@@ -75,6 +76,9 @@ if [ ! -e "$real/.done" ]; then
   "${FF[@]}" "${A[@]}" -c:a flac "$real/flac.mka"
   "${FF[@]}" "${A[@]}" -ar 8000 -c:a pcm_s16le "$real/pcm.mka"
   "${FF[@]}" "${A[@]}" -c:a eac3 -b:a 96k "$real/eac3.mka"
+  # Codec IDs the test corpus lacks: DTS, TrueHD.
+  "${FF[@]}" "${A[@]}" -strict -2 -c:a dca -t 0.06 "$real/dts.mka"
+  "${FF[@]}" "${A[@]}" -strict -2 -c:a truehd -t 0.2 "$real/truehd.mka"
   printf '1\n00:00:00,100 --> 00:00:00,500\nOne\n\n2\n00:00:00,600 --> 00:00:00,900\n<i>Two</i>\n' >"$real/subs.srt"
   "${FF[@]}" "${V[@]}" -i "$real/subs.srt" -c:v libx264 -preset ultrafast -crf 40 -g 4 -c:s srt "$real/h264_srt.mkv"
   rm -f "$real/subs.srt"
@@ -84,21 +88,15 @@ if [ ! -e "$real/.done" ]; then
   "${MM[@]}" -o "$real/mkvmerge_zlib.mkv" --compression 1:zlib "$real/vp8_vorbis.mkv" || [ $? -eq 1 ]
   touch "$real/.done"
 fi
+corpus_seeds=()
+[ -d build/corpus ] && corpus_seeds=(build/corpus)
+# The codec configurations and first frames of every real file; libFuzzer
+# itself cuts the files to the targets' length limits.
 config_seeds="$dir/seeds-config"
 if [ ! -e "$config_seeds/.done" ]; then
   rm -rf "$config_seeds"
-  python3 fuzz/make_seeds.py extract "$config_seeds" "$real"/*.mk* "$real"/*.webm
+  python3 fuzz/make_seeds.py extract "$config_seeds" "$real"/*.mk* "$real"/*.webm ${corpus_seeds[@]/%//*.mk*}
   touch "$config_seeds/.done"
-fi
-corpus_seeds=()
-[ -d build/corpus ] && corpus_seeds=(build/corpus)
-# Cut and altered corpus files and tiny files of codec IDs nothing else
-# writes, with their configurations and first frames.
-crafted="$dir/seeds-crafted"
-if [ ! -e "$crafted/.done" ]; then
-  rm -rf "$crafted"
-  python3 fuzz/make_seeds.py crafted "$crafted" "${corpus_seeds[@]}"
-  touch "$crafted/.done"
 fi
 
 supp="$root/fuzz/ubsan.supp"
@@ -113,9 +111,9 @@ run_target() {  # NAME
   local opts=(-timeout=5 -rss_limit_mb=2048 -malloc_limit_mb=64 -artifact_prefix="$artifacts/")
   local seeds=()
   case $1 in
-    config) opts+=(-max_len=8192); seeds=(fuzz/seeds/config "$config_seeds" "$crafted/config") ;;
-    ebml) opts+=(-max_len=16384 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real" "$crafted/mkv") ;;
-    *) opts+=(-max_len=65536 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real" "$crafted/mkv" "${corpus_seeds[@]}") ;;
+    config) opts+=(-max_len=8192); seeds=(fuzz/seeds/config "$config_seeds") ;;
+    ebml) opts+=(-max_len=16384 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real" "${corpus_seeds[@]}") ;;
+    *) opts+=(-max_len=65536 -dict=fuzz/matroska.dict); seeds=(fuzz/seeds/mkv "$real" "${corpus_seeds[@]}") ;;
   esac
   # Reproducers replay with nothing suppressed; each input runs
   # on its own so that one failure does not hide the others.
