@@ -101,64 +101,38 @@ import sys, zlib
 
 src, dst, track, cap = sys.argv[1], sys.argv[2], int(sys.argv[3]), int(sys.argv[4])
 data = open(src, 'rb').read()
-
 SEGMENT, SEEKHEAD, SEEK, SEEKPOS = 0x18538067, 0x114D9B74, 0x4DBB, 0x53AC
 TRACKS, TRACKENTRY, TRACKNUMBER, CONTENTENCODINGS = 0x1654AE6B, 0xAE, 0xD7, 0x6D80
 CLUSTER, SIMPLEBLOCK, BLOCKGROUP, BLOCK, CLUSTERPOS, PREVSIZE = 0x1F43B675, 0xA3, 0xA0, 0xA1, 0xA7, 0xAB
-CUES, CUEPOINT, CUETRACKPOS, CUECLUSTERPOS, CUERELPOS = 0x1C53BB6B, 0xBB, 0xB7, 0xF1, 0xF0
-CRC32 = 0xBF
+CUES, CUEPOINT, CUETRACKPOS, CUECLUSTERPOS, CUERELPOS, CRC32 = 0x1C53BB6B, 0xBB, 0xB7, 0xF1, 0xF0, 0xBF
 MASTERS = {SEGMENT, SEEKHEAD, SEEK, TRACKS, TRACKENTRY, CLUSTER, BLOCKGROUP, CUES, CUEPOINT, CUETRACKPOS}
 
 def rd_vint(b, p):
-    first = b[p]
-    n = 1
-    while n <= 8 and not first & (0x80 >> (n - 1)):
-        n += 1
-    if n > 8:
-        raise SystemExit('bad vint at %d' % p)
-    v = first & (0xFF >> n)
-    for i in range(1, n):
-        v = (v << 8) | b[p + i]
+    n = next(n for n in range(1, 9) if b[p] & (0x80 >> (n - 1)))
+    v = int.from_bytes(b[p:p + n], 'big') & ((1 << (7 * n)) - 1)
     return v, n, v == (1 << (7 * n)) - 1
 
-def rd_id(b, p):
-    _, n, _ = rd_vint(b, p)
-    return int.from_bytes(b[p:p + n], 'big'), n
-
-def enc_size(v, width=1):
-    n = width
-    while v >= (1 << (7 * n)) - 1:  # all ones would mean 'unknown'
-        n += 1
+def enc_size(v):
+    n = next(n for n in range(1, 9) if v < (1 << (7 * n)) - 1)  # all ones would mean 'unknown'
     return (v | (1 << (7 * n))).to_bytes(n, 'big')
-
-def enc_id(i):
-    return i.to_bytes((i.bit_length() + 7) // 8, 'big')
 
 def enc_uint(v):
     return v.to_bytes(max(1, (v.bit_length() + 7) // 8), 'big')
 
-def enc_svint(d):
-    n = 1
-    while not -((1 << (7 * n - 1)) - 1) <= d <= (1 << (7 * n - 1)) - 1:
-        n += 1
-    return enc_size(d + (1 << (7 * n - 1)) - 1, n)
-
 class El:
-    def __init__(self, eid, off, payload=None, kids=None):
-        self.id, self.off, self.payload, self.kids = eid, off, payload, kids
+    def __init__(self, eid, payload=None, kids=None):
+        self.id, self.payload, self.kids = eid, payload, kids
 
 def parse(b, p, end):
     els = []
     while p < end:
-        eid, n = rd_id(b, p)
+        n = rd_vint(b, p)[1]
         size, m, unknown = rd_vint(b, p + n)
         start = p + n + m
         stop = end if unknown else start + size
-        if eid in MASTERS:
-            e = El(eid, p, kids=parse(b, start, stop))
-        else:
-            e = El(eid, p, payload=bytes(b[start:stop]))
-        e.data_off = start
+        eid = int.from_bytes(b[p:p + n], 'big')
+        e = El(eid, kids=parse(b, start, stop)) if eid in MASTERS else El(eid, payload=bytes(b[start:stop]))
+        e.off, e.data_off = p, start
         els.append(e)
         p = stop
     return els
@@ -166,8 +140,7 @@ def parse(b, p, end):
 def walk(els):
     for e in els:
         yield e
-        if e.kids is not None:
-            yield from walk(e.kids)
+        yield from walk(e.kids or [])
 
 def child(e, eid):
     return next((k for k in e.kids if k.id == eid), None)
@@ -179,67 +152,22 @@ top = parse(data, 0, len(data))
 seg = next(e for e in top if e.id == SEGMENT)
 by_off = {e.off: e for e in walk(top)}
 
-# Frames of a block payload: (header bytes, lacing, frames).
+# Frames of a block: unlaced, or fixed-size laced (frames of one size stay
+# of one size when the same prefix goes from each).
 def split_block(pl):
-    _, n, _ = rd_vint(pl, 0)
-    hdr = pl[:n + 3]
+    n = rd_vint(pl, 0)[1]
     lacing = (pl[n + 2] >> 1) & 3
-    p = n + 3
-    if lacing == 0:
-        return hdr, lacing, [pl[p:]]
-    count = pl[p] + 1
-    p += 1
-    sizes = []
-    if lacing == 1:
-        for _ in range(count - 1):
-            s = 0
-            while True:
-                s += pl[p]
-                p += 1
-                if pl[p - 1] != 255:
-                    break
-            sizes.append(s)
-    elif lacing == 3:
-        s, m, _ = rd_vint(pl, p)
-        p += m
-        sizes.append(s)
-        for _ in range(count - 2):
-            raw, m, _ = rd_vint(pl, p)
-            p += m
-            s += raw - ((1 << (7 * m - 1)) - 1)
-            sizes.append(s)
-    else:
-        sizes = [(len(pl) - p) // count] * (count - 1)
-    frames = []
-    for s in sizes:
-        frames.append(pl[p:p + s])
-        p += s
-    frames.append(pl[p:])
-    return hdr, lacing, frames
+    if lacing not in (0, 2):
+        raise SystemExit('Xiph and EBML lacing are not handled')
+    head = n + 3 + (lacing == 2)
+    count = pl[n + 3] + 1 if lacing else 1
+    size = (len(pl) - head) // count
+    return pl[:head], [pl[head + i * size:head + (i + 1) * size] for i in range(count)]
 
-def join_block(hdr, lacing, frames):
-    if lacing == 0:
-        return hdr + frames[0]
-    lace = bytes([len(frames) - 1])
-    if lacing == 1:
-        for f in frames[:-1]:
-            lace += b'\xff' * (len(f) // 255) + bytes([len(f) % 255])
-    elif lacing == 3:
-        lace += enc_size(len(frames[0]))
-        for a, b in zip(frames, frames[1:-1]):
-            lace += enc_svint(len(b) - len(a))
-    return hdr + lace + b''.join(frames)
-
-def block_track(pl):
-    return rd_vint(pl, 0)[0]
-
-blocks = []
-for e in walk(top):
-    if e.id in (SIMPLEBLOCK, BLOCK) and block_track(e.payload) == track:
-        blocks.append(e)
+blocks = [e for e in walk(top) if e.id in (SIMPLEBLOCK, BLOCK) and rd_vint(e.payload, 0)[0] == track]
 if not blocks:
     raise SystemExit('track %d has no blocks' % track)
-frames = [f for e in blocks for f in split_block(e.payload)[2]]
+frames = [f for e in blocks for f in split_block(e.payload)[1]]
 prefix = frames[0][:cap]
 for f in frames:
     while not f.startswith(prefix):
@@ -247,33 +175,27 @@ for f in frames:
 if not prefix:
     raise SystemExit('track %d: frames share no leading bytes' % track)
 for e in blocks:
-    hdr, lacing, fr = split_block(e.payload)
-    e.payload = join_block(hdr, lacing, [f[len(prefix):] for f in fr])
+    head, fr = split_block(e.payload)
+    e.payload = head + b''.join(f[len(prefix):] for f in fr)
 
-def leaf(eid, payload):
-    return El(eid, -1, payload=payload)
-
-encodings = El(CONTENTENCODINGS, -1, kids=[El(0x6240, -1, kids=[
-    leaf(0x5031, enc_uint(0)), leaf(0x5032, enc_uint(1)), leaf(0x5033, enc_uint(0)),
-    El(0x5034, -1, kids=[leaf(0x4254, enc_uint(3)), leaf(0x4255, prefix)])])])
 entry = next(e for e in walk([seg]) if e.id == TRACKENTRY and uint(child(e, TRACKNUMBER)) == track)
 if child(entry, CONTENTENCODINGS):
     raise SystemExit('track %d already has ContentEncodings' % track)
-entry.kids.append(encodings)
+entry.kids.append(El(CONTENTENCODINGS, kids=[El(0x6240, kids=[
+    El(0x5031, enc_uint(0)), El(0x5032, enc_uint(1)), El(0x5033, enc_uint(0)),
+    El(0x5034, kids=[El(0x4254, enc_uint(3)), El(0x4255, prefix)])])]))
 
 # Position fields point at elements by their old offsets; remember the
 # targets, then lay the file out until the positions stop moving.
-seg_data_old = seg.data_off
 fixups = []  # (element holding the value, target, base element or None for the segment)
 for e in walk([seg]):
     if e.id == SEEK:
         pos = child(e, SEEKPOS)
-        fixups.append((pos, by_off[seg_data_old + uint(pos)], None))
+        fixups.append((pos, by_off[seg.data_off + uint(pos)], None))
     elif e.id == CUETRACKPOS:
-        cpos = child(e, CUECLUSTERPOS)
-        cluster = by_off[seg_data_old + uint(cpos)]
+        cpos, rpos = child(e, CUECLUSTERPOS), child(e, CUERELPOS)
+        cluster = by_off[seg.data_off + uint(cpos)]
         fixups.append((cpos, cluster, None))
-        rpos = child(e, CUERELPOS)
         if rpos is not None:
             fixups.append((rpos, by_off[cluster.data_off + uint(rpos)], cluster))
     elif e.id == CLUSTER and child(e, CLUSTERPOS) is not None:
@@ -281,24 +203,19 @@ for e in walk([seg]):
     elif e.id == PREVSIZE:
         raise SystemExit('PrevSize is not handled')
 
-def build(e):
-    if e.kids is None:
-        body = e.payload
-    else:
-        kids = e.kids
-        for k in kids:
+def build(e):  # serialises e into e.blob, CRC-32 elements recomputed
+    if e.kids is not None:
+        for k in e.kids:
             build(k)
-        if kids and kids[0].id == CRC32:
-            kids[0].payload = zlib.crc32(b''.join(k.blob for k in kids[1:])).to_bytes(4, 'little')
-            build(kids[0])
-        body = b''.join(k.blob for k in kids)
-    head = enc_id(e.id) + enc_size(len(body))
-    e.hlen = len(head)
-    e.blob = head + body
+        if e.kids and e.kids[0].id == CRC32:
+            e.kids[0].payload = zlib.crc32(b''.join(k.blob for k in e.kids[1:])).to_bytes(4, 'little')
+            build(e.kids[0])
+        e.payload = b''.join(k.blob for k in e.kids)
+    head = e.id.to_bytes((e.id.bit_length() + 7) // 8, 'big') + enc_size(len(e.payload))
+    e.hlen, e.blob = len(head), head + e.payload
 
 def place(e, p):
-    e.new_off = p
-    e.new_data_off = p + e.hlen
+    e.new_off, e.new_data_off = p, p + e.hlen
     q = e.new_data_off
     for k in e.kids or []:
         place(k, q)
@@ -312,15 +229,12 @@ for _ in range(10):
         p += len(e.blob)
     changed = False
     for holder, target, base in fixups:
-        v = target.new_off - (seg if base is None else base).new_data_off
-        if holder.payload != enc_uint(v):
-            holder.payload = enc_uint(v)
-            changed = True
+        v = enc_uint(target.new_off - (seg if base is None else base).new_data_off)
+        changed, holder.payload = changed or holder.payload != v, v
     if not changed:
         break
 else:
     raise SystemExit('layout did not settle')
-
 open(dst, 'wb').write(b''.join(e.blob for e in top))
 PY
 }
