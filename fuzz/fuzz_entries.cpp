@@ -23,6 +23,7 @@
 #include "demux/qmkvds.h"
 #include "extractor/mfal/qcmn_mfal_android_q.h"
 #include "qextractorcmn/qextractorcmn.h"
+#include "tests/support/memory_file.h"
 
 extern "C" android::ExtractorDef GETEXTRACTORDEF();
 
@@ -71,39 +72,7 @@ uint64_t readU64(const uint8_t *data, size_t size, size_t at) {
     return v;
 }
 
-// A read-only CDataSource over the input, as the framework's data source
-// looks to the plug-in.
-struct BytesSource {
-    BytesSource(const uint8_t *d, size_t n) : data(d), size(n), source{readAt, getSize, flags, getUri, this} {}
-    static ssize_t readAt(void *h, off64_t offset, void *to, size_t n) {
-        const BytesSource *self = static_cast<const BytesSource *>(h);
-        if (offset < 0 || (uint64_t)offset >= self->size) return 0;
-        if (n > self->size - (size_t)offset) n = self->size - (size_t)offset;
-        memcpy(to, self->data + offset, n);
-        return (ssize_t)n;
-    }
-    static android::status_t getSize(void *h, off64_t *n) {
-        *n = (off64_t) static_cast<const BytesSource *>(h)->size;
-        return android::OK;
-    }
-    static uint32_t flags(void *) { return 0; }
-    static bool getUri(void *, char *, size_t) { return false; }
-    const uint8_t *data;
-    size_t size;
-    android::CDataSource source;
-};
-
-// The file-access layer over the bytes, as the plug-in sets it up.
-struct CoreInput {
-    CoreInput(const uint8_t *data, size_t size) : bytes(data, size), helper(&bytes.source) {
-        ok = qcmn_mfal_init(&mfal, &helper) == 0;
-    }
-    ~CoreInput() { qcmn_mfal_deinit(&mfal); }
-    BytesSource bytes;
-    android::DataSourceHelper helper;
-    QCMN_MFAL mfal = {};
-    bool ok;
-};
+std::vector<uint8_t> copy(const uint8_t *data, size_t size) { return std::vector<uint8_t>(data, data + size); }
 
 // Reads the live streams in turn, as a player interleaves them, until all
 // have ended or the budget is spent; `read(i)` returns whether i goes on.
@@ -302,8 +271,7 @@ void discard(const struct __android_logger_data *d, const char *message) {
 // The targets
 
 int fuzzCore(const uint8_t *data, size_t size) {
-    CoreInput in(data, size);
-    if (!in.ok) return 0;
+    qmkv_test::MemoryFile in(copy(data, size));
     // The last byte picks the time source, so both get explored.
     uint32_t params = (size > 0 && (data[size - 1] & 1)) ? QMKVD_OPEN_NO_DTS : 0;
     qmkvd_format format;
@@ -362,13 +330,13 @@ int fuzzCore(const uint8_t *data, size_t size) {
 }
 
 int fuzzPlugin(const uint8_t *data, size_t size) {
-    BytesSource bytes(data, size);
+    qmkv_test::MemorySource bytes(copy(data, size));
     // The media server's uid gets float PCM for deep audio; any other the
     // integer kinds.
     HostCallingUidScope uid(size > 2 && (data[size - 3] & 1) ? 1013 : 10000);
-    qmkvhost::SniffResult sniffed = plugin()->sniff(&bytes.source);
+    qmkvhost::SniffResult sniffed = plugin()->sniff(bytes.source());
     if (!sniffed) return 0;
-    std::unique_ptr<qmkvhost::Extractor> ex = plugin()->create(&bytes.source, sniffed);
+    std::unique_ptr<qmkvhost::Extractor> ex = plugin()->create(bytes.source(), sniffed);
     if (ex == nullptr) return 0;
     // A new format, filled by `fill`, then read back.
     std::vector<std::unique_ptr<AMediaFormat, decltype(&AMediaFormat_delete)>> formats;
@@ -484,9 +452,8 @@ int fuzzEbml(const uint8_t *data, size_t size) {
         }
     }
 
-    CoreInput in(data, size);
-    if (!in.ok) return 0;
-    QCMN_MFAL_FP *fp = in.mfal.open(&in.mfal, 0);
+    qmkv_test::MemoryFile in(copy(data, size));
+    QCMN_MFAL_FP *fp = in.fp;
     if (fp == nullptr) return 0;
     int64_t fileSize = 0;
     in.mfal.getsize(fp, &fileSize);
@@ -521,7 +488,6 @@ int fuzzEbml(const uint8_t *data, size_t size) {
         WalkState w = {fileSize, 0, 0, flags};
         qmkvd_walk(&io, 0, (uint64_t)size, flags, walkChild, &w);
     }
-    in.mfal.close(fp);
     return 0;
 }
 
