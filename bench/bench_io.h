@@ -11,7 +11,7 @@
 #include <string>
 
 #include <media/MediaExtractorPluginApi.h>
-#include <media/stagefright/FileSource.h>
+#include <qmkvhost/FileSource.h>
 
 namespace qmkvbench {
 
@@ -40,7 +40,7 @@ public:
     const IoCounts &counts() const { return mCounts; }
 
 private:
-    android::FileSource mFile;
+    qmkvhost::FileSource mFile;
     int64_t mSize = 0;
     IoCounts mCounts;
     android::CDataSource mWrapper;

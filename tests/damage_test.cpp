@@ -8,7 +8,7 @@
 #include <iterator>
 #include <random>
 
-#include <host/ExtractorHost.h>
+#include <qmkvhost/ExtractorHost.h>
 
 #include "demux/qmkvds.h"
 #include "tests/support/corpus.h"

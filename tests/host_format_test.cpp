@@ -9,9 +9,9 @@
 #include <vector>
 
 #include <android/binder_ibinder.h>
-#include <host/CallingUid.h>
-#include <host/FormatEntries.h>
 #include <media/NdkMediaFormat.h>
+#include <qmkvhost/CallingUid.h>
+#include <qmkvhost/FormatEntries.h>
 
 using qmkvhost::FormatType;
 
