@@ -10,7 +10,7 @@ android::status_t sourceGetSize(void *h, off64_t *size) {
     *size = static_cast<CountingSource *>(h)->size();
     return android::OK;
 }
-uint32_t sourceFlags(void *) { return android::FileSource::kIsLocalFileSource | android::FileSource::kSeekable; }
+uint32_t sourceFlags(void *) { return qmkvhost::FileSource::kIsLocalFileSource | qmkvhost::FileSource::kSeekable; }
 bool sourceGetUri(void *, char *uri, size_t size) {
     if (uri != nullptr && size > 0) uri[0] = '\0';
     return false;

@@ -11,7 +11,7 @@
 #include <string>
 
 #include <media/MediaExtractorPluginApi.h>
-#include <media/stagefright/FileSource.h>
+#include <qmkvhost/FileSource.h>
 
 namespace qmkvbench {
 
@@ -36,14 +36,14 @@ public:
     }
     // The C view handed to the plug-in (and, through a DataSourceHelper,
     // to the core's file-access layer).
-    CDataSource *wrap() { return &mWrapper; }
+    android::CDataSource *wrap() { return &mWrapper; }
     const IoCounts &counts() const { return mCounts; }
 
 private:
-    android::FileSource mFile;
+    qmkvhost::FileSource mFile;
     int64_t mSize = 0;
     IoCounts mCounts;
-    CDataSource mWrapper;
+    android::CDataSource mWrapper;
 };
 
 // Bytes moved by memcpy/memmove in the process while counting is on; only

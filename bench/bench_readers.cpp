@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <map>
 
-#include <host/ExtractorHost.h>
 #include <media/MediaExtractorPluginHelper.h>
 #include <media/NdkMediaFormat.h>
+#include <qmkvhost/ExtractorHost.h>
 
 #include "demux/qmkvd.h"
 #include "demux/qmkvd_stream_info.h"

@@ -6,7 +6,7 @@
 
 #include <android/log.h>
 #include <media/NdkMediaError.h>
-#include <media/stagefright/MediaDefs.h>
+#include <media/stagefright/foundation/MediaDefs.h>
 
 #include "common/qcmn_export.h"
 #include "demux/qmkvd.h"
@@ -198,7 +198,7 @@ extern "C" {
 
 __attribute__((visibility("default"))) ExtractorDef GETEXTRACTORDEF() {
     return {
-        EXTRACTORDEF_VERSION_CURRENT,
+        EXTRACTORDEF_VERSION_NDK_V2,
         // Random, fixed: this plug-in's identity.
         {{0x6b, 0x2e, 0x91, 0x0d, 0x4f, 0x37, 0x4c, 0x1a, 0x9e, 0x52, 0xd4, 0x8c, 0x3a, 0x71, 0x05, 0xe6}},
         1,

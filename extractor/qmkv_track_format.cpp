@@ -7,9 +7,8 @@
 #include <android-base/properties.h>
 #include <android/binder_ibinder.h>
 #include <android/log.h>
-#include <media/stagefright/FourCC2MIME.h>
-#include <media/stagefright/MediaDefs.h>
 #include <media/stagefright/foundation/ColorUtils.h>
+#include <media/stagefright/foundation/MediaDefs.h>
 
 #include "demux/qmkvd.h"
 #include "demux/qmkvd_codec.h"
@@ -18,6 +17,7 @@
 #include "extractor/mfal/qcmn_mfal_android_q.h"
 #include "extractor/qmkv_extractor.h"
 #include "qextractorcmn/ExtMediaFormatDef.h"
+#include "qextractorcmn/qcmn_fcc2mime.h"
 #include "qextractorcmn/qextractorcmn.h"
 
 namespace android {
@@ -75,7 +75,7 @@ struct CodecPrivate {
     }
 };
 
-bool isUnknownMime(const char *mime) { return strcasecmp(mime, MEDIA_MIMETYPE_UNKNOWN) == 0; }
+bool isUnknownMime(const char *mime) { return strcasecmp(mime, QCMN_MIMETYPE_UNKNOWN) == 0; }
 
 int32_t fitsInt32(uint64_t v) { return v <= INT32_MAX ? (int32_t)v : 2; }
 
@@ -236,8 +236,8 @@ void QMKVTrackMapper::checkCapability(const qmkvd_info_vid *info) {
 }
 
 void QMKVTrackMapper::videoKeys(AMediaFormat *meta, qmkvd_info_vid *info) {
-    const char *mime = FourCC2MIME(mCode);
-    AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, isUnknownMime(mime) ? MEDIA_MIMETYPE_VIDEO_UNKNOWN : mime);
+    const char *mime = qcmn_fcc2mime(mCode);
+    AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, isUnknownMime(mime) ? QCMN_MIMETYPE_VIDEO_UNKNOWN : mime);
     AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_FOURCC, (int32_t)mCode);
     AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_WIDTH, info->width);
     AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_HEIGHT, info->height);
@@ -269,7 +269,7 @@ void QMKVTrackMapper::videoExtras(AMediaFormat *meta, const qmkvd_info_vid *info
         qmkvd_get_format(mDSF->mHandle, mIndex, nullptr, &reported) == 0 && reported > 0) {
         const uint8_t *p = mPrivate.data;
         const int32_t n = mPrivate.size;
-        if (strcasecmp(FourCC2MIME(mCode), MEDIA_MIMETYPE_VIDEO_AVC) == 0) {
+        if (strcasecmp(qcmn_fcc2mime(mCode), MEDIA_MIMETYPE_VIDEO_AVC) == 0) {
             // Parameter sets in start-code form: SPS (and the like) before
             // the first PPS go to csd-0, the PPS onwards to csd-1.
             for (int32_t i = 0; n - i > 4;) {
@@ -354,8 +354,8 @@ void QMKVTrackMapper::audioBranch(int32_t *ai) {
 }
 
 void QMKVTrackMapper::audioKeys(AMediaFormat *meta, qmkvd_info_aud *info) {
-    const char *mime = FourCC2MIME(mCode);
-    AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, isUnknownMime(mime) ? MEDIA_MIMETYPE_AUDIO_UNKNOWN : mime);
+    const char *mime = qcmn_fcc2mime(mCode);
+    AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, isUnknownMime(mime) ? QCMN_MIMETYPE_AUDIO_UNKNOWN : mime);
     AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_FOURCC, (int32_t)mCode);
     AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_CHANNEL_COUNT, info->channels);
     AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_SAMPLE_RATE, info->sample_rate);
@@ -436,7 +436,7 @@ void QMKVTrackMapper::textBranch(int32_t *ti) {
 }
 
 void QMKVTrackMapper::textKeys(AMediaFormat *meta, const qmkvd_info_txt *info) {
-    AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, FourCC2MIME(mCode));
+    AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, qcmn_fcc2mime(mCode));
     AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_FOURCC, (int32_t)mCode);
     AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_LANGUAGE, info->language);
     AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_MAX_INPUT_SIZE, kTextInput);
@@ -479,7 +479,7 @@ int32_t QMKVTrackMapper::run(int32_t *vi, int32_t *ai, int32_t *ti) {
         case QMKVD_TRACK_VIDEO: videoKeys(meta, mVid); break;
         case QMKVD_TRACK_AUDIO: audioKeys(meta, mAud); break;
         case QMKVD_TRACK_SUBTITLE: textKeys(meta, mTxt); break;
-        default: AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, MEDIA_MIMETYPE_UNKNOWN); break;
+        default: AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, QCMN_MIMETYPE_UNKNOWN); break;
     }
     return 0;
 }

@@ -9,11 +9,11 @@
 #include <vector>
 
 #include <android/log.h>
-#include <host/CallingUid.h>
-#include <host/ExtractorHost.h>
-#include <host/FormatEntries.h>
 #include <media/MediaExtractorPluginHelper.h>
 #include <media/NdkMediaFormat.h>
+#include <qmkvhost/CallingUid.h>
+#include <qmkvhost/ExtractorHost.h>
+#include <qmkvhost/FormatEntries.h>
 
 #include "demux/qmkvd.h"
 #include "demux/qmkvd_codec.h"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs the whole test suite, plainly and under
-# AddressSanitizer + UndefinedBehaviorSanitizer, the concurrency tests under
-# ThreadSanitizer, and the probe over the corpus under valgrind; fails when
-# any test fails or when no test ran.
+# AddressSanitizer + UndefinedBehaviorSanitizer, the ARM builds under qemu,
+# the concurrency tests under ThreadSanitizer, and the probe over the corpus
+# under valgrind; fails when any test fails or when no test ran.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -16,6 +16,7 @@ run_suite() {
 }
 
 run_suite build
+scripts/cross.sh build  # 32- and 64-bit ARM: -Werror builds, the core's output under qemu equals the native
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite build-asan -DQMKV_SANITIZE=ON -DQMKV_CORPUS_DIR="$PWD/build/corpus"
 

@@ -5,8 +5,8 @@
 
 #include <thread>
 
-#include <host/ExtractorHost.h>
-#include <media/stagefright/FileSource.h>
+#include <qmkvhost/ExtractorHost.h>
+#include <qmkvhost/FileSource.h>
 
 #include "tests/support/corpus.h"
 
@@ -55,7 +55,7 @@ TEST_P(Concurrency, TracksReadInParallelMatchTracksReadAlone) {
     std::string error;
     std::unique_ptr<qmkvhost::Plugin> plugin = qmkvhost::Plugin::fromEntry(GETEXTRACTORDEF, &error);
     ASSERT_NE(nullptr, plugin) << error;
-    android::FileSource file(qmkv_test::corpusFile(GetParam()).c_str());
+    qmkvhost::FileSource file(qmkv_test::corpusFile(GetParam()).c_str());
 
     std::vector<std::vector<SampleSummary>> alone, together;
     for (bool parallel : {false, true}) {

@@ -6,7 +6,7 @@
 
 #include <random>
 
-#include <host/ExtractorHost.h>
+#include <qmkvhost/ExtractorHost.h>
 
 #include "demux/qmkvds.h"
 #include "tests/support/corpus.h"

@@ -10,12 +10,12 @@
 #include <string>
 #include <vector>
 
-#include <host/ExtractorHost.h>
 #include <media/MediaExtractorPluginHelper.h>
-#include <media/stagefright/MediaBufferGroup.h>
+#include <qmkvhost/ExtractorHost.h>
+#include <qmkvhost/MediaBufferGroup.h>
 
-using android::MediaBuffer;
-using android::MediaBufferGroup;
+using qmkvhost::MediaBuffer;
+using qmkvhost::MediaBufferGroup;
 using android::MediaBufferHelper;
 using android::MediaTrackHelper;
 using qmkvhost::Sample;

@@ -1,5 +1,5 @@
-// The host's AMediaFormat, MIME mapping and calling-uid hook behave as the
-// platform's do for a plug-in.
+// The host's AMediaFormat and calling-uid hook behave as the platform's do
+// for a plug-in.
 #include <gtest/gtest.h>
 
 #include <string.h>
@@ -9,11 +9,9 @@
 #include <vector>
 
 #include <android/binder_ibinder.h>
-#include <host/CallingUid.h>
-#include <host/FormatEntries.h>
 #include <media/NdkMediaFormat.h>
-#include <media/stagefright/FourCC2MIME.h>
-#include <media/stagefright/MediaDefs.h>
+#include <qmkvhost/CallingUid.h>
+#include <qmkvhost/FormatEntries.h>
 
 using qmkvhost::FormatType;
 
@@ -159,34 +157,6 @@ TEST(HostFormat, CopyReplacesTheTargetWithAnIndependentDuplicateAndClearEmptiesI
     EXPECT_EQ(AMEDIA_ERROR_INVALID_PARAMETER, AMediaFormat_copy(nullptr, to));
     EXPECT_EQ(AMEDIA_ERROR_INVALID_PARAMETER, AMediaFormat_copy(to, nullptr));
     EXPECT_STREQ("", AMediaFormat_toString(from));
-}
-
-TEST(HostFourCC2MIME, EveryWhitelistedCodeHasTheMediaTypeOfItsCodecAndNoOtherIsKnown) {
-    using namespace android;
-    // Four-character codes, numeric tags, and their media type.
-    const struct { const char *codes; std::vector<uint32_t> tags; const char *mime; } rows[] = {
-        {"MPG2mpg2", {}, "video/mpeg2"}, {"MP43", {}, MEDIA_MIMETYPE_VIDEO_DIVX3},
-        {"H263S263h263s263", {}, "video/3gpp"}, {"AVC1avc1H264X264h264x264", {}, "video/avc"},
-        {"hvc1hev1", {}, "video/hevc"}, {"VP80", {}, "video/x-vnd.on2.vp8"}, {"VP90", {}, "video/x-vnd.on2.vp9"},
-        {"av01", {}, "video/av01"}, {"FMP4fmp4XVIDxvidMP4Vmp4v", {}, "video/mp4v-es"},
-        {"lpcm", {1, 3}, "audio/raw"}, {"", {2}, MEDIA_MIMETYPE_AUDIO_MS_ADPCM},
-        {"", {0x11}, MEDIA_MIMETYPE_AUDIO_DVI_IMA_ADPCM}, {"", {0x50}, "audio/mpeg-L2"}, {"", {0x55}, "audio/mpeg"},
-        {"", {0x92, 0x2000}, "audio/ac3"}, {"MP4Amp4a", {0xFF}, "audio/mp4a-latm"},
-        {"", {0x160, 0x161}, "audio/x-ms-wma"}, {"", {0x6751, 0x2674F}, "audio/vorbis"}, {"", {0xF1AC}, "audio/flac"},
-        {"ec-3", {}, "audio/eac3"}, {"Opus", {}, "audio/opus"}, {"SSRT", {}, "application/x-subrip"},
-        {"SASSSSSA", {}, "text/x-ssa"},
-        // Near misses of listed codes.
-        {"*???#DIR`VC1Avc1alac", {0, 6, 7, 0x162, 0x2001, 0xFFFFFFFF}, MEDIA_MIMETYPE_UNKNOWN},
-    };
-    for (const auto &row : rows) {
-        std::vector<uint32_t> codes = row.tags;
-        for (const char *p = row.codes; *p != '\0'; p += 4) {
-            uint32_t code = 0;
-            memcpy(&code, p, 4);  // first character in the lowest byte
-            codes.push_back(code);
-        }
-        for (uint32_t code : codes) EXPECT_STREQ(row.mime, FourCC2MIME(code)) << std::hex << code;
-    }
 }
 
 TEST(HostCallingUid, IsThisProcessUnlessATestPlaysAnotherCaller) {

@@ -7,9 +7,9 @@
 #include <string.h>
 
 #include <android-base/properties.h>
-#include <host/CallingUid.h>
-#include <host/ExtractorHost.h>
-#include <media/stagefright/FileSource.h>
+#include <qmkvhost/CallingUid.h>
+#include <qmkvhost/ExtractorHost.h>
+#include <qmkvhost/FileSource.h>
 
 #include "demux/qmkvd_codec.h"
 #include "qextractorcmn/ExtMediaFormatDef.h"
@@ -64,7 +64,7 @@ Bytes buffer(AMediaFormat *f, const char *key) {
 struct Opened {
     std::unique_ptr<Plugin> plugin = ::plugin();
     std::unique_ptr<MemorySource> memory;
-    std::unique_ptr<android::FileSource> file;
+    std::unique_ptr<qmkvhost::FileSource> file;
     std::unique_ptr<Extractor> ex;
     std::vector<AMediaFormat *> formats;
     AMediaFormat *fileMeta = nullptr;
@@ -96,7 +96,7 @@ std::unique_ptr<Opened> openBytes(const Bytes &bytes) {
 
 std::unique_ptr<Opened> openFile(const std::string &path) {
     auto o = std::make_unique<Opened>();
-    o->file = std::make_unique<android::FileSource>(path.c_str());
+    o->file = std::make_unique<qmkvhost::FileSource>(path.c_str());
     o->ex = o->plugin->open(o->file->wrap());
     o->readFormats();
     return o;

@@ -1,6 +1,6 @@
 // The common extractor helpers: video configuration parsing over crafted
 // and ffmpeg-made bitstreams, AAC configuration parsing, the device
-// profile and its queries.
+// profile and its queries, the codec code to media type mapping.
 #include <gtest/gtest.h>
 
 #include <stdint.h>
@@ -18,7 +18,10 @@
 #include <string>
 #include <vector>
 
+#include <media/stagefright/foundation/MediaDefs.h>
+
 #include "qextractorcmn/ExtMediaFormatDef.h"
+#include "qextractorcmn/qcmn_fcc2mime.h"
 #include "qextractorcmn/qcmn_device_profile.h"
 #include "qextractorcmn/qextractorcmn.h"
 #include "tests/support/av_oracle.h"
@@ -1331,3 +1334,31 @@ TEST(ExtMediaFormatKeys, DocumentedStrings) {
 }
 
 }  // namespace
+
+TEST(Fcc2Mime, EveryWhitelistedCodeHasTheMediaTypeOfItsCodecAndNoOtherIsKnown) {
+    using namespace android;
+    // Four-character codes, numeric tags, and their media type.
+    const struct { const char *codes; std::vector<uint32_t> tags; const char *mime; } rows[] = {
+        {"MPG2mpg2", {}, "video/mpeg2"}, {"MP43", {}, MEDIA_MIMETYPE_VIDEO_DIVX3},
+        {"H263S263h263s263", {}, "video/3gpp"}, {"AVC1avc1H264X264h264x264", {}, "video/avc"},
+        {"hvc1hev1", {}, "video/hevc"}, {"VP80", {}, "video/x-vnd.on2.vp8"}, {"VP90", {}, "video/x-vnd.on2.vp9"},
+        {"av01", {}, "video/av01"}, {"FMP4fmp4XVIDxvidMP4Vmp4v", {}, "video/mp4v-es"},
+        {"lpcm", {1, 3}, "audio/raw"}, {"", {2}, MEDIA_MIMETYPE_AUDIO_MS_ADPCM},
+        {"", {0x11}, MEDIA_MIMETYPE_AUDIO_DVI_IMA_ADPCM}, {"", {0x50}, "audio/mpeg-L2"}, {"", {0x55}, "audio/mpeg"},
+        {"", {0x92, 0x2000}, "audio/ac3"}, {"MP4Amp4a", {0xFF}, "audio/mp4a-latm"},
+        {"", {0x160, 0x161}, "audio/x-ms-wma"}, {"", {0x6751, 0x2674F}, "audio/vorbis"}, {"", {0xF1AC}, "audio/flac"},
+        {"ec-3", {}, "audio/eac3"}, {"Opus", {}, "audio/opus"}, {"SSRT", {}, "application/x-subrip"},
+        {"SASSSSSA", {}, "text/x-ssa"},
+        // Near misses of listed codes.
+        {"*???#DIR`VC1Avc1alac", {0, 6, 7, 0x162, 0x2001, 0xFFFFFFFF}, QCMN_MIMETYPE_UNKNOWN},
+    };
+    for (const auto &row : rows) {
+        std::vector<uint32_t> codes = row.tags;
+        for (const char *p = row.codes; *p != '\0'; p += 4) {
+            uint32_t code = 0;
+            memcpy(&code, p, 4);  // first character in the lowest byte
+            codes.push_back(code);
+        }
+        for (uint32_t code : codes) EXPECT_STREQ(row.mime, qcmn_fcc2mime(code)) << std::hex << code;
+    }
+}

@@ -1,5 +1,5 @@
 #include <android/binder_ibinder.h>
-#include <host/CallingUid.h>
+#include <qmkvhost/CallingUid.h>
 
 #include <unistd.h>
 

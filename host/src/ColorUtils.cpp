@@ -2,6 +2,8 @@
 
 #include <stddef.h>
 
+#include <media/NdkMediaFormat.h>
+
 namespace android {
 
 namespace {

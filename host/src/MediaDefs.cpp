@@ -1,4 +1,4 @@
-#include <media/stagefright/MediaDefs.h>
+#include <media/stagefright/foundation/MediaDefs.h>
 
 namespace android {
 
@@ -63,10 +63,5 @@ const char *MEDIA_MIMETYPE_TEXT_VTT = "text/vtt";
 const char *MEDIA_MIMETYPE_TEXT_CEA_608 = "text/cea-608";
 const char *MEDIA_MIMETYPE_TEXT_CEA_708 = "text/cea-708";
 const char *MEDIA_MIMETYPE_DATA_TIMED_ID3 = "application/x-id3v4";
-
-const char *MEDIA_MIMETYPE_TEXT_SSA = "text/x-ssa";
-const char *MEDIA_MIMETYPE_VIDEO_UNKNOWN = "video/unknown";
-const char *MEDIA_MIMETYPE_AUDIO_UNKNOWN = "audio/unknown";
-const char *MEDIA_MIMETYPE_UNKNOWN = "unknown";
 
 }  // namespace android

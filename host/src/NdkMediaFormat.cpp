@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include <host/FormatEntries.h>
+#include <qmkvhost/FormatEntries.h>
 #include <utils/Log.h>
 
 #undef LOG_TAG

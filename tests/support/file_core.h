@@ -8,7 +8,7 @@
 #include <vector>
 
 #include <media/MediaExtractorPluginHelper.h>
-#include <media/stagefright/FileSource.h>
+#include <qmkvhost/FileSource.h>
 
 #include "demux/qmkvd.h"
 #include "extractor/mfal/qcmn_mfal_android_q.h"
@@ -21,7 +21,7 @@ struct FileCore {
     FileCore(const FileCore &) = delete;
     FileCore &operator=(const FileCore &) = delete;
 
-    android::FileSource source;
+    qmkvhost::FileSource source;
     android::DataSourceHelper helper;
     QCMN_MFAL mfal;
     qmkvd_format format;

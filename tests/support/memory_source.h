@@ -17,7 +17,7 @@ public:
     MemorySource(const MemorySource &) = delete;
     MemorySource &operator=(const MemorySource &) = delete;
 
-    CDataSource *source() { return &mSource; }
+    android::CDataSource *source() { return &mSource; }
     std::vector<uint8_t> &bytes() { return mBytes; }
 
     bool failReads = false;    // readAt returns a negative status
@@ -31,7 +31,7 @@ private:
     static bool getUri(void *h, char *uri, size_t size);
 
     std::vector<uint8_t> mBytes;
-    CDataSource mSource;
+    android::CDataSource mSource;
 };
 
 }  // namespace qmkv_test

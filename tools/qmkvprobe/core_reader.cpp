@@ -7,10 +7,7 @@
 
 namespace qmkvprobe {
 
-namespace {
-
-// Size first, then the frame into a buffer that fits it.
-int32_t readFrame(qmkvds *s, std::vector<uint8_t> &buf, CoreFrame *f) {
+int32_t readCoreFrame(qmkvds *s, std::vector<uint8_t> &buf, CoreFrame *f) {
     uint32_t size = 0;
     int32_t r = qmkvds_get_frm(s, nullptr, 0, &size, &f->pts, &f->end, &f->key);
     if (r != 0) return r;
@@ -20,8 +17,6 @@ int32_t readFrame(qmkvds *s, std::vector<uint8_t> &buf, CoreFrame *f) {
     f->size = size;
     return r;
 }
-
-}  // namespace
 
 int32_t readCoreTrack(qmkvd *inst, int index, const CoreSeek &seek,
                       const std::function<void(const CoreFrame &)> &onFrame) {
@@ -40,7 +35,7 @@ int32_t readCoreTrack(qmkvd *inst, int index, const CoreSeek &seek,
     }
     for (;;) {
         CoreFrame f{index, 0, 0, 0, nullptr, 0};
-        r = readFrame(s, buf, &f);
+        r = readCoreFrame(s, buf, &f);
         if (r != 0) break;
         onFrame(f);
     }
@@ -58,7 +53,7 @@ int64_t seekAndReadCore(qmkvd *inst, int index, const std::vector<int64_t> &time
         int64_t found = 0;
         if (qmkvds_seek(s, &t, &found, mode) == 0) {
             CoreFrame f{index, 0, 0, 0, nullptr, 0};
-            readFrame(s, buf, &f);
+            readCoreFrame(s, buf, &f);
         }
         done++;
     }

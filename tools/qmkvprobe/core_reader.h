@@ -26,6 +26,10 @@ struct CoreSeek {
     int32_t mode = 0;
 };
 
+// The stream's next frame: its size first, then the frame into `buf`, grown
+// to fit. Returns the core's code (0 for a frame).
+int32_t readCoreFrame(qmkvds *s, std::vector<uint8_t> &buf, CoreFrame *f);
+
 // Reads track `index` to its end (after the seek, when one is asked for),
 // calling `onFrame` per frame. Returns 1 at the end of the stream, or the
 // negative code that stopped it.

@@ -2,7 +2,7 @@
 
 #include <stdio.h>
 
-#include <host/FormatEntries.h>
+#include <qmkvhost/FormatEntries.h>
 
 namespace qmkvprobe {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include <media/MediaExtractorPluginHelper.h>
-#include <media/stagefright/FileSource.h>
+#include <qmkvhost/FileSource.h>
 
 #include "core_mode.h"
 #include "counted_source.h"
@@ -41,7 +41,7 @@ int main(int argc, char **argv) {
     }
     if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
 
-    android::FileSource file(opts.file.c_str());
+    qmkvhost::FileSource file(opts.file.c_str());
     if (file.initCheck() != android::OK) {
         fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
         return 1;

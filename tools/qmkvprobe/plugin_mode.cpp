@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include <host/ExtractorHost.h>
-#include <media/stagefright/FileSource.h>
+#include <qmkvhost/ExtractorHost.h>
+#include <qmkvhost/FileSource.h>
 
 #include "core_view.h"
 #include "counted_source.h"
@@ -134,7 +134,7 @@ int runPlugin(const Options &opts, const std::string &pluginPath) {
         fprintf(stderr, "qmkvprobe: cannot load the plug-in %s: %s\n", pluginPath.c_str(), error.c_str());
         return 1;
     }
-    android::FileSource file(opts.file.c_str());
+    qmkvhost::FileSource file(opts.file.c_str());
     if (file.initCheck() != android::OK) {
         fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
         return 1;

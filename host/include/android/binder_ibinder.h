@@ -1,8 +1,7 @@
 // Host copy of the part of the NDK binder interface plug-ins use: who is
 // calling. The host has no binder; the calling process is this one, unless
-// a test plays another caller through host/CallingUid.h.
-#ifndef ANDROID_BINDER_IBINDER_H
-#define ANDROID_BINDER_IBINDER_H
+// a test plays another caller through qmkvhost/CallingUid.h.
+#pragma once
 
 #include <sys/types.h>
 
@@ -17,5 +16,3 @@ uid_t AIBinder_getCallingUid(void);
 #ifdef __cplusplus
 }  // extern "C"
 #endif
-
-#endif  // ANDROID_BINDER_IBINDER_H

@@ -123,8 +123,6 @@ const uint32_t EXTRACTORDEF_VERSION_LEGACY = 1;  // the C++ interface of P; not 
 const uint32_t EXTRACTORDEF_VERSION_NDK_V1 = 2;
 const uint32_t EXTRACTORDEF_VERSION_NDK_V2 = 3;
 const uint32_t EXTRACTORDEF_VERSION = EXTRACTORDEF_VERSION_NDK_V2;
-// Host spelling of the version this interface describes.
-const uint32_t EXTRACTORDEF_VERSION_CURRENT = EXTRACTORDEF_VERSION_NDK_V2;
 
 // Every plug-in library exports one function of this type, named
 // GETEXTRACTORDEF.
@@ -133,8 +131,5 @@ typedef ExtractorDef (*GetExtractorDef)();
 }  // extern "C"
 
 }  // namespace android
-
-// Host tools and tests name the data source record outside the namespace.
-using android::CDataSource;
 
 #endif  // MEDIA_EXTRACTOR_PLUGIN_API_H_

@@ -10,7 +10,6 @@
 #include <stdlib.h>
 
 #include <map>
-#include <utility>
 
 #include <media/MediaExtractorPluginApi.h>
 #include <media/NdkMediaFormat.h>
@@ -53,7 +52,7 @@ class MediaBufferGroupHelper {
 public:
     explicit MediaBufferGroupHelper(CMediaBufferGroup *group) : mGroup(group) {}
     ~MediaBufferGroupHelper() {
-        for (auto &entry : mHelpers) delete entry.second;
+        for (auto &entry : mBufferHelpers) delete entry.second;
     }
     MediaBufferGroupHelper(const MediaBufferGroupHelper &) = delete;
     MediaBufferGroupHelper &operator=(const MediaBufferGroupHelper &) = delete;
@@ -71,7 +70,7 @@ public:
         media_status_t status = mGroup->acquire_buffer(mGroup->handle, &raw, nonBlocking, requestedSize);
         *buffer = nullptr;
         if (status != AMEDIA_OK || raw == nullptr) return status;
-        MediaBufferHelper *&helper = mHelpers[raw];
+        MediaBufferHelper *&helper = mBufferHelpers[raw];
         if (helper == nullptr) helper = new MediaBufferHelper(raw);
         *buffer = helper;
         return status;
@@ -82,7 +81,7 @@ public:
 
 private:
     CMediaBufferGroup *mGroup;
-    std::map<CMediaBuffer *, MediaBufferHelper *> mHelpers;
+    std::map<CMediaBuffer *, MediaBufferHelper *> mBufferHelpers;
 };
 
 // Base class of a plug-in's track.
@@ -235,7 +234,7 @@ inline CMediaExtractor *wrap(MediaExtractorPluginHelper *extractor) {
     return record;
 }
 
-// Convenience reads over the framework's data source.
+// A plug-in's view of the framework's data source.
 class DataSourceHelper {
 public:
     explicit DataSourceHelper(CDataSource *csource) : mSource(csource) {}
@@ -255,70 +254,9 @@ public:
         return mSource->flags(mSource->handle);
     }
 
-    // Big-endian helpers.
-    bool getUInt16(off64_t offset, uint16_t *x) {
-        uint8_t b[2];
-        if (readAt(offset, b, 2) != 2) return false;
-        *x = (uint16_t)((b[0] << 8) | b[1]);
-        return true;
-    }
-    bool getUInt24(off64_t offset, uint32_t *x) {
-        uint8_t b[3];
-        if (readAt(offset, b, 3) != 3) return false;
-        *x = ((uint32_t)b[0] << 16) | ((uint32_t)b[1] << 8) | b[2];
-        return true;
-    }
-    bool getUInt32(off64_t offset, uint32_t *x) {
-        uint8_t b[4];
-        if (readAt(offset, b, 4) != 4) return false;
-        *x = ((uint32_t)b[0] << 24) | ((uint32_t)b[1] << 16) | ((uint32_t)b[2] << 8) | b[3];
-        return true;
-    }
-    bool getUInt64(off64_t offset, uint64_t *x) {
-        uint32_t hi, lo;
-        if (!getUInt32(offset, &hi) || !getUInt32(offset + 4, &lo)) return false;
-        *x = ((uint64_t)hi << 32) | lo;
-        return true;
-    }
-
 protected:
     CDataSource *mSource;
 };
-
-// media_uuid_t from its text form "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx",
-// evaluated at compile time: UUID("...") in an ExtractorDef initialiser.
-namespace uuid_text {
-
-// Deliberately never defined: reaching it in a constant expression makes a
-// malformed UUID text a compile-time error.
-int rejectMalformedUuid(const char *why);
-
-constexpr uint8_t nibble(char c) {
-    return c >= '0' && c <= '9'   ? uint8_t(c - '0')
-           : c >= 'a' && c <= 'f' ? uint8_t(c - 'a' + 10)
-           : c >= 'A' && c <= 'F' ? uint8_t(c - 'A' + 10)
-                                  : uint8_t(rejectMalformedUuid("not a hex digit"));
-}
-
-// Where the two digits of byte i start, past the dashes at 8, 13, 18, 23.
-constexpr size_t digitsAt(size_t i) {
-    return 2 * i + (i >= 4 ? 1 : 0) + (i >= 6 ? 1 : 0) + (i >= 8 ? 1 : 0) + (i >= 10 ? 1 : 0);
-}
-
-template <size_t... I>
-constexpr media_uuid_t parse(const char (&s)[37], std::index_sequence<I...>) {
-    return media_uuid_t{{uint8_t(nibble(s[digitsAt(I)]) << 4 | nibble(s[digitsAt(I) + 1]))...}};
-}
-
-}  // namespace uuid_text
-
-constexpr media_uuid_t constUUID(const char (&s)[37]) {
-    return s[8] == '-' && s[13] == '-' && s[18] == '-' && s[23] == '-'
-               ? uuid_text::parse(s, std::make_index_sequence<16>())
-               : (uuid_text::rejectMalformedUuid("dashes misplaced"), media_uuid_t{});
-}
-
-#define UUID(str) []() { constexpr ::android::media_uuid_t value = ::android::constUUID(str); return value; }()
 
 }  // namespace android
 

@@ -1,5 +1,6 @@
 // Host copy of the colour and HDR records of the platform's video HAL
-// interface (media/hardware/VideoAPI.h); values follow the platform.
+// interface (media/hardware/VideoAPI.h); values and layouts follow the
+// platform: both records are packed, as codecs exchange them as bytes.
 #ifndef VIDEO_API_H_
 #define VIDEO_API_H_
 
@@ -8,7 +9,7 @@
 namespace android {
 
 // Colour description as codecs exchange it.
-struct ColorAspects {
+struct __attribute__((__packed__, aligned(alignof(uint32_t)))) ColorAspects {
     enum Range : uint32_t {
         RangeUnspecified,
         RangeFull,
@@ -77,18 +78,20 @@ struct ColorAspects {
     MatrixCoeffs mMatrixCoeffs;
 };
 
+static_assert(sizeof(ColorAspects) == 16, "four 32-bit aspects");
+
 // HDR static metadata (CTA-861.3).
-struct HDRStaticInfo {
+struct __attribute__((__packed__)) HDRStaticInfo {
     enum ID : uint8_t {
         kType1 = 0,  // static metadata type 1
     } mID;
 
-    struct Primaries1 {
+    struct __attribute__((__packed__)) Primaries1 {
         uint16_t x;  // units of 0.00002
         uint16_t y;
     };
 
-    struct Type1 {
+    struct __attribute__((__packed__)) Type1 {
         Primaries1 mR;  // display primary 0
         Primaries1 mG;  // display primary 1
         Primaries1 mB;  // display primary 2
@@ -103,6 +106,8 @@ struct HDRStaticInfo {
         Type1 sType1;
     };
 };
+
+static_assert(sizeof(HDRStaticInfo) == 25, "the ID byte, then twelve 16-bit values");
 
 }  // namespace android
 

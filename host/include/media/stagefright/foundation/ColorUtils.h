@@ -7,16 +7,17 @@
 
 #include <stdint.h>
 
-#include <media/NdkMediaFormat.h>
 #include <media/hardware/VideoAPI.h>
 #include <utils/Errors.h>
+
+struct AMediaFormat;
 
 namespace android {
 
 struct ColorUtils {
-    // MediaFormat colour values. Past each "Max" lie the extended values that
-    // carry combinations the platform has no constant for; from 0x10000 on,
-    // values built from "Other" aspects.
+    // MediaFormat colour values. From each "ExtendedStart" on lie the values
+    // that carry combinations the platform has no constant for; from
+    // 0x10000 on, values built from "Other" aspects.
     enum ColorStandard : uint32_t {
         kColorStandardUnspecified = 0,
         kColorStandardBT709 = 1,
@@ -28,8 +29,7 @@ struct ColorUtils {
         kColorStandardBT2020Constant = 7,
         kColorStandardBT470M = 8,
         kColorStandardFilm = 9,
-        kColorStandardMax = 63,
-        kColorStandardExtendedStart = kColorStandardMax + 1,
+        kColorStandardExtendedStart = 64,
         kColorStandardVendorStart = 0x10000,
     };
 
@@ -42,8 +42,7 @@ struct ColorUtils {
         kColorTransferGamma28 = 5,
         kColorTransferST2084 = 6,
         kColorTransferHLG = 7,
-        kColorTransferMax = 31,
-        kColorTransferExtendedStart = kColorTransferMax + 1,
+        kColorTransferExtendedStart = 32,
         kColorTransferVendorStart = 0x10000,
     };
 
@@ -51,8 +50,7 @@ struct ColorUtils {
         kColorRangeUnspecified = 0,
         kColorRangeFull = 1,
         kColorRangeLimited = 2,
-        kColorRangeMax = 7,
-        kColorRangeExtendedStart = kColorRangeMax + 1,
+        kColorRangeExtendedStart = 8,
         kColorRangeVendorStart = 0x10000,
     };
 

@@ -1,12 +1,14 @@
-#include <media/stagefright/FourCC2MIME.h>
+#include "qextractorcmn/qcmn_fcc2mime.h"
 
-#include <stddef.h>
-
-#include <media/stagefright/MediaDefs.h>
-
-namespace android {
+#include <media/stagefright/foundation/MediaDefs.h>
 
 namespace {
+
+using namespace android;
+
+// The media types the platform does not name, as variables like its own, so
+// that the table refers to every type the same way.
+const char *const kMimeTextSsa = QCMN_MIMETYPE_TEXT_SSA;
 
 // First character in the lowest byte.
 constexpr uint32_t fcc(const char (&s)[5]) {
@@ -18,7 +20,7 @@ static_assert(fcc("AVC1") == 0x31435641, "first character in the lowest byte");
 
 struct Mapping {
     uint32_t code;
-    const char *const *mime;  // the MEDIA_MIMETYPE_* variable
+    const char *const *mime;  // the variable holding the type
 };
 
 // Codes are matched exactly, so each spelling has its own row.
@@ -99,17 +101,15 @@ const Mapping kTable[] = {
     {fcc("Opus"), &MEDIA_MIMETYPE_AUDIO_OPUS},
 
     {fcc("SSRT"), &MEDIA_MIMETYPE_TEXT_SUBRIP},
-    {fcc("SASS"), &MEDIA_MIMETYPE_TEXT_SSA},
-    {fcc("SSSA"), &MEDIA_MIMETYPE_TEXT_SSA},
+    {fcc("SASS"), &kMimeTextSsa},
+    {fcc("SSSA"), &kMimeTextSsa},
 };
 
 }  // namespace
 
-const char *FourCC2MIME(uint32_t fourcc) {
+const char *qcmn_fcc2mime(uint32_t code) {
     for (const Mapping &m : kTable) {
-        if (m.code == fourcc) return *m.mime;
+        if (m.code == code) return *m.mime;
     }
-    return MEDIA_MIMETYPE_UNKNOWN;
+    return QCMN_MIMETYPE_UNKNOWN;
 }
-
-}  // namespace android

@@ -1,4 +1,5 @@
-// The framework's side of the plug-in buffers on the host: a pool of real
+// The framework's side of the plug-in buffers on the host (the host's own
+// classes, not the platform's MediaBufferGroup): a pool of real
 // buffers that a track source fills and the framework (here the host loader,
 // tests or the probe) consumes and releases.
 //
@@ -8,8 +9,8 @@
 // with AMEDIA_ERROR_WOULD_BLOCK when asked not to wait). Releasing a buffer
 // returns it to its group. A group destroyed while buffers are still held
 // leaves them to be freed by their last release.
-#ifndef HOST_MEDIA_BUFFER_GROUP_H_
-#define HOST_MEDIA_BUFFER_GROUP_H_
+#ifndef QMKVHOST_MEDIA_BUFFER_GROUP_H_
+#define QMKVHOST_MEDIA_BUFFER_GROUP_H_
 
 #include <stddef.h>
 #include <stdint.h>
@@ -20,7 +21,7 @@
 #include <media/MediaExtractorPluginApi.h>
 #include <media/NdkMediaFormat.h>
 
-namespace android {
+namespace qmkvhost {
 
 class MediaBufferGroup;
 
@@ -44,9 +45,9 @@ public:
     bool isHeld() const;
 
     // The C record handed to plug-ins; valid while the buffer lives.
-    CMediaBuffer *wrap() { return &mRecord; }
+    android::CMediaBuffer *wrap() { return &mRecord; }
     // The host buffer behind a record this host made, or null for any other.
-    static MediaBuffer *fromRecord(CMediaBuffer *record);
+    static MediaBuffer *fromRecord(android::CMediaBuffer *record);
 
 private:
     friend class MediaBufferGroup;
@@ -64,7 +65,7 @@ private:
     size_t mRangeLength = 0;
     AMediaFormat *mMeta;
     bool mHeld = false;  // guarded by the pool's lock
-    CMediaBuffer mRecord;
+    android::CMediaBuffer mRecord;
 };
 
 class MediaBufferGroup {
@@ -93,13 +94,13 @@ public:
     size_t held_count();
 
     // The C record handed to a track's start; valid while the group lives.
-    CMediaBufferGroup *wrap() { return &mRecord; }
+    android::CMediaBufferGroup *wrap() { return &mRecord; }
 
 private:
     std::shared_ptr<MediaBuffer::Pool> mPool;
-    CMediaBufferGroup mRecord;
+    android::CMediaBufferGroup mRecord;
 };
 
-}  // namespace android
+}  // namespace qmkvhost
 
-#endif  // HOST_MEDIA_BUFFER_GROUP_H_
+#endif  // QMKVHOST_MEDIA_BUFFER_GROUP_H_

@@ -1,4 +1,4 @@
-#include <host/ExtractorHost.h>
+#include <qmkvhost/ExtractorHost.h>
 
 #include <dlfcn.h>
 #include <stdlib.h>
@@ -11,7 +11,6 @@
 #define LOG_TAG "ExtractorHost"
 
 using android::CMediaBuffer;
-using android::MediaBuffer;
 
 namespace qmkvhost {
 

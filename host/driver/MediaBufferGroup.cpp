@@ -1,4 +1,4 @@
-#include <media/stagefright/MediaBufferGroup.h>
+#include <qmkvhost/MediaBufferGroup.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -9,7 +9,9 @@
 #undef LOG_TAG
 #define LOG_TAG "MediaBufferGroup"
 
-namespace android {
+namespace qmkvhost {
+
+using android::CMediaBuffer;
 
 // What a group and its buffers share. Buffers keep it alive, so a buffer
 // released after its group is gone still finds the lock it needs.
@@ -197,4 +199,4 @@ size_t MediaBufferGroup::held_count() {
         std::count_if(mPool->buffers.begin(), mPool->buffers.end(), [](MediaBuffer *b) { return b->mHeld; }));
 }
 
-}  // namespace android
+}  // namespace qmkvhost

@@ -18,17 +18,17 @@
 
 #include <media/MediaExtractorPluginApi.h>
 #include <media/NdkMediaFormat.h>
-#include <media/stagefright/MediaBufferGroup.h>
+#include <qmkvhost/MediaBufferGroup.h>
 
 namespace qmkvhost {
 
 struct ReleaseSample {
-    void operator()(android::MediaBuffer *buffer) const {
+    void operator()(MediaBuffer *buffer) const {
         if (buffer != nullptr) buffer->release();
     }
 };
 // One sample read from a track; going out of scope gives the buffer back.
-using Sample = std::unique_ptr<android::MediaBuffer, ReleaseSample>;
+using Sample = std::unique_ptr<MediaBuffer, ReleaseSample>;
 
 class Track {
 public:
@@ -53,11 +53,11 @@ public:
     media_status_t read(Sample *out, uint32_t options = 0, int64_t seekPosUs = 0);
     bool supportsNonBlockingRead();
 
-    android::MediaBufferGroup &bufferGroup() { return mGroup; }
+    MediaBufferGroup &bufferGroup() { return mGroup; }
 
 private:
     android::CMediaTrack *mRecord;
-    android::MediaBufferGroup mGroup;
+    MediaBufferGroup mGroup;
 };
 
 class Extractor {

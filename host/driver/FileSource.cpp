@@ -1,4 +1,4 @@
-#include <media/stagefright/FileSource.h>
+#include <qmkvhost/FileSource.h>
 
 #include <errno.h>
 #include <fcntl.h>
@@ -7,7 +7,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace android {
+namespace qmkvhost {
+
+using android::NO_INIT;
+using android::OK;
+using android::status_t;
+using android::UNKNOWN_ERROR;
 
 namespace {
 // Bytes after each read of the mapped file that are prefetched: enough for
@@ -87,4 +92,4 @@ status_t FileSource::getSize(off64_t *size) {
     return OK;
 }
 
-}  // namespace android
+}  // namespace qmkvhost
