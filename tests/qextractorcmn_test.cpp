@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -23,8 +22,10 @@
 #include "qextractorcmn/qextractorcmn.h"
 #include "tests/support/av_oracle.h"
 #include "tests/support/corpus.h"
+#include "tests/support/temp_dir.h"
 
 using Bytes = std::vector<uint8_t>;
+using qmkv_test::TempDir;
 
 namespace {
 
@@ -978,17 +979,6 @@ bool haveEncoder(const std::string &name) {
 
 #define REQUIRE_ENCODER(name) \
     if (!haveEncoder(name)) GTEST_SKIP() << "ffmpeg is missing or has no encoder " << (name)
-
-struct TempDir {
-    const std::string path = [] {
-        char tmpl[] = "/tmp/qextractorcmn_test.XXXXXX";
-        return std::string(mkdtemp(tmpl) ? tmpl : "");
-    }();
-    ~TempDir() {
-        std::error_code ec;
-        if (!path.empty()) std::filesystem::remove_all(path, ec);
-    }
-};
 
 Bytes readFile(const std::string &path) {
     std::ifstream f(path, std::ios::binary);

@@ -14,12 +14,14 @@
 #include "counted_source.h"
 #include "options.h"
 #include "plugin_mode.h"
+#include "probe_util.h"
 
 namespace {
 
 const char kUsage[] =
-    "usage: qmkvprobe [--core] [--json] [--packets] [--seek US[:MODE]] [--count] [--seek-count N] "
-    "[--plugin PATH] FILE\n";
+    "usage: qmkvprobe [--core] [--json] [--packets] [--seek US[:MODE]] [--count] [--seek-count N] [--plugin PATH]\n"
+    "                 [--device LIST] [--map OUT.svg|OUT.png] FILE\n"
+    "       qmkvprobe --help\n";
 
 // The plug-in built beside this tool.
 std::string defaultPlugin() {
@@ -38,6 +40,14 @@ int main(int argc, char **argv) {
     if (!qmkvprobe::parseOptions(argc, argv, &opts, &error)) {
         fprintf(stderr, "qmkvprobe: %s\n%s", error.c_str(), kUsage);
         return 2;
+    }
+    if (opts.help) {
+        fputs(kUsage, stdout);
+        return 0;
+    }
+    if (!qmkvprobe::checkInput(opts.file, &error)) {
+        fprintf(stderr, "qmkvprobe: %s\n", error.c_str());
+        return 1;
     }
     if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
 

@@ -34,7 +34,9 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
-        if (a == "--core") {
+        if (a == "--help") {
+            opts->help = true;
+        } else if (a == "--core") {
             opts->core = true;
         } else if (a == "--json") {
             opts->json = true;
@@ -65,7 +67,7 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
             return false;
         }
     }
-    if (opts->file.empty()) {
+    if (opts->file.empty() && !opts->help) {
         *error = "no file given";
         return false;
     }

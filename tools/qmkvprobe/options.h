@@ -9,6 +9,7 @@
 namespace qmkvprobe {
 
 struct Options {
+    bool help = false;
     bool core = false;
     bool json = false;
     bool packets = false;
@@ -22,6 +23,7 @@ struct Options {
 };
 
 // Parses argv into `opts`; on bad usage returns false with `error` set.
+// With --help no file is needed.
 bool parseOptions(int argc, char **argv, Options *opts, std::string *error);
 
 }  // namespace qmkvprobe

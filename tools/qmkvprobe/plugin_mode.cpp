@@ -62,6 +62,7 @@ struct Counts {
 bool readTrack(const Options &opts, qmkvhost::Extractor &ex, size_t index, Counts *counts) {
     std::unique_ptr<qmkvhost::Track> track = ex.getTrack(index);
     media_status_t status = track != nullptr ? track->start() : AMEDIA_ERROR_UNKNOWN;
+    const bool started = status == AMEDIA_OK;
     uint32_t options = opts.seek ? seekOptions(opts.seekMode) : 0;
     while (status == AMEDIA_OK) {
         qmkvhost::Sample sample;
@@ -91,8 +92,11 @@ bool readTrack(const Options &opts, qmkvhost::Extractor &ex, size_t index, Count
             printf("\n");
         }
     }
-    if (track != nullptr) track->stop();
+    // The framework stops only a track that started.
+    if (started) track->stop();
     if (status == AMEDIA_ERROR_END_OF_STREAM) return true;
+    fprintf(stderr, "qmkvprobe: track %zu %s (status %d)\n", index, started ? "ended in a read error" : "did not start",
+            status);
     if (!opts.count) {
         if (opts.json)
             printf("%s\n", ordered_json({{"track", index}, {"error", status}}).dump().c_str());
