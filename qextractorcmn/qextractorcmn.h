@@ -132,4 +132,12 @@ QCMN_LAYOUT_ASSERT(offsetof(qaud_config_out, profile) == 0, "profile first");
 
 QCMN_API int32_t qaud_config_parser(const qaud_config_in *in, qaud_config_out *out);
 
+// ---------------------------------------------------------------------------
+// Why a configuration is malformed
+
+// What the last qvid_config_parser or qaud_config_parser call on the calling
+// thread found wrong when it returned -1, in a few words ("AVC SPS cut
+// short"); null after any other result. The string is static.
+QCMN_API const char *qcmn_config_error(void);
+
 #endif  // QEXTRACTORCMN_QEXTRACTORCMN_H_

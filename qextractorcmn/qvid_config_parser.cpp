@@ -2,6 +2,7 @@
 // families that it shares with the device capability query.
 #include <string.h>
 
+#include "qextractorcmn/qcmn_config_error.h"
 #include "qextractorcmn/qcmn_vcodec.h"
 #include "qextractorcmn/qextractorcmn.h"
 
@@ -91,12 +92,9 @@ size_t find_start_code(const uint8_t *d, size_t n, size_t from) {
 
 using namespace qcmn;
 
-QCMN_API int32_t qvid_config_parser(const qvid_config_in *in, qvid_config_out *out) {
-    if (in == nullptr || out == nullptr) return QVID_CFG_ERR_ARG;
-    if (in->data == nullptr && in->size != 0) return QVID_CFG_ERR_ARG;
-    const VFamily family = vfamily_of_fourcc(in->fourcc);
-    const uint8_t *d = in->data;
-    const size_t n = in->size;
+namespace {
+
+int32_t parse_family(VFamily family, const uint8_t *d, size_t n, qvid_config_out *out) {
     switch (family) {
         case VFamily::kAvc: return parse_avc_config(d, n, out);
         case VFamily::kHevc: return parse_hevc_config(d, n, out);
@@ -112,4 +110,16 @@ QCMN_API int32_t qvid_config_parser(const qvid_config_in *in, qvid_config_out *o
     }
     // No parser: configured, dimensions unknown (the caller keeps its own).
     return QVID_CFG_OK;
+}
+
+}  // namespace
+
+QCMN_API int32_t qvid_config_parser(const qvid_config_in *in, qvid_config_out *out) {
+    clear_config_error();
+    if (in == nullptr || out == nullptr) return QVID_CFG_ERR_ARG;
+    if (in->data == nullptr && in->size != 0) return QVID_CFG_ERR_ARG;
+    const int32_t r = parse_family(vfamily_of_fourcc(in->fourcc), in->data, in->size, out);
+    // A broken parameter set before a good one leaves no reason behind.
+    if (r != QVID_CFG_ERR_MALFORMED) clear_config_error();
+    return r;
 }

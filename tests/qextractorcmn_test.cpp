@@ -443,6 +443,7 @@ struct VCase {
     // Prefixes that are complete headers in their own right may configure
     // differently (e.g. a sequence header without its extension).
     int32_t alt_width = -1, alt_height = -1;
+    const char *why = nullptr;  // the parser's reason for a malformed input, when checked
 };
 
 int sign(int32_t v) { return v > 0 ? 1 : v < 0 ? -1 : 0; }
@@ -459,8 +460,9 @@ std::vector<VCase> videoCases() {
     auto ok = [&](std::string name, uint32_t code, Bytes data, int32_t w, int32_t h, int32_t dp = 0, Props p = {}) {
         v.push_back(VCase{std::move(name), code, std::move(data), 0, w, h, dp, p});
     };
-    auto fails = [&](std::string name, uint32_t code, Bytes data, int32_t result_sign) {
+    auto fails = [&](std::string name, uint32_t code, Bytes data, int32_t result_sign, const char *why = nullptr) {
         v.push_back(VCase{std::move(name), code, std::move(data), result_sign});
+        v.back().why = why;
     };
 
     // AVC: the crop unit depends on chroma format and field coding.
@@ -485,12 +487,16 @@ std::vector<VCase> videoCases() {
     ok("avc_length_prefixed", kAvc, cat({{0, 0, 0, (uint8_t)nal.size()}, nal, {0, 0, 0, 4, 0x68, 0xCE, 0x38, 0x80}}),
        176, 144);
     fails("avc_avcC_without_sps", kAvc, {1, 0x42, 0, 0x1E, 0xFF, 0xE0, 0}, 1);
-    fails("avc_avcC_pps_cut", kAvc, Bytes(record.begin(), record.end() - 1), -1);
+    fails("avc_avcC_pps_cut", kAvc, Bytes(record.begin(), record.end() - 1), -1,
+          "AVC configuration record (avcC) cut short");
+    fails("avc_sps_cut", kAvc, cat({{0, 0, 0, 1}, Bytes(nal.begin(), nal.begin() + 4)}), -1, "AVC SPS cut short");
     fails("avc_avcC_sps_overruns", kAvc, cat({{1, 0x42, 0, 0x1E, 0xFF, 0xE1, 0x01, 0x00}, nal}), -1);
     fails("avc_frame_without_sps", kAvc, cat({startCode({0x09, 0xF0}), startCode({0x41, 0x9A, 0x02, 0x0C})}), 1);
-    fails("avc_no_start_code", kAvc, {0x65, 0x88, 0x84, 0x21, 0xA0}, -1);
+    fails("avc_no_start_code", kAvc, {0x65, 0x88, 0x84, 0x21, 0xA0}, -1,
+          "neither start codes nor NAL length prefixes: not a stream of this codec");
     fails("avc_crop_too_large", kAvc, make(avc, [](auto &s) { s.crop[3] = 600; }), -1);
-    fails("avc_bad_chroma_format", kAvc, make(avc, [](auto &s) { s.profile = 100, s.chroma = 4; }), -1);
+    fails("avc_bad_chroma_format", kAvc, make(avc, [](auto &s) { s.profile = 100, s.chroma = 4; }), -1,
+          "AVC SPS: chroma_format_idc out of range");
 
     // HEVC
     ok("hevc_1080p_conformance_window", kHevc, hevc({}), 1920, 1080, 0, {1, -1, 8, 1});
@@ -511,7 +517,7 @@ std::vector<VCase> videoCases() {
     const Bytes sps = hevcSpsNal(qcif), hrec = hvcC(sps);
     ok("hevc_hvcC_record", kHevc, hrec, 176, 144);
     ok("hevc_length_prefixed", kHevc, cat({{0, 0, 0, (uint8_t)sps.size()}, sps}), 176, 144);
-    fails("hevc_hvcC_cut", kHevc, Bytes(hrec.begin(), hrec.end() - 3), -1);
+    fails("hevc_hvcC_cut", kHevc, Bytes(hrec.begin(), hrec.end() - 3), -1, "HEVC configuration record (hvcC) cut short");
     qcif.layer_id = 1;
     fails("hevc_sps_of_other_layer", kHevc, startCode(hevcSpsNal(qcif)), 1);
     fails("hevc_frame_without_sps", kHevc, startCode({0x26, 0x01, 0xAF, 0x1D, 0x80}), 1);
@@ -551,7 +557,7 @@ std::vector<VCase> videoCases() {
     v.back().alt_height = 4;
     ok("mpeg1_no_extension", kMpg2, mpeg2(352, 240, false), 352, 240);
     fails("mpeg2_picture_only", kMpg2, {0, 0, 1, 0x00, 0x00, 0x0F, 0xFF, 0xF8}, 1);
-    fails("mpeg2_zero_width", kMpg2, mpeg2(0, 576, true), -1);
+    fails("mpeg2_zero_width", kMpg2, mpeg2(0, 576, true), -1, "MPEG-2 sequence header: frame size is 0");
 
     // H.263
     const int32_t kStd[6][2] = {{0, 0}, {128, 96}, {176, 144}, {352, 288}, {704, 576}, {1408, 1152}};
@@ -584,7 +590,7 @@ std::vector<VCase> videoCases() {
     ok("av1_no_size_field", kAv1, cat({obu(2, {}), obu(1, av1Seq({}), false)}), 200, 120);
     fails("av1_frame_only", kAv1, cat({obu(2, {}), obu(6, Bytes(30, 0x44))}), 1);
     fails("av1_obu_overruns", kAv1, cat({{0x0A, 0x40}, av1Seq({})}), -1);
-    fails("av1_forbidden_bit", kAv1, {0x12, 0x00, 0x8A, 0x01, 0x00}, -1);
+    fails("av1_forbidden_bit", kAv1, {0x12, 0x00, 0x8A, 0x01, 0x00}, -1, "AV1 OBU header: obu_forbidden_bit set");
     Av1Seq a = with<Av1Seq>([](auto &s) {
         s.timing = s.decoder_model = s.display_delay = s.frame_ids = true, s.points = 3, s.level = 12;
         s.width = 3840, s.height = 2160;
@@ -603,7 +609,7 @@ std::vector<VCase> videoCases() {
     a = with<Av1Seq>([](auto &s) { s.profile = 1, s.srgb = true; });
     ok("av1_srgb", kAv1, av1(a), 200, 120, 0, {-1, -1, -1, 3});
     a.profile = 3;
-    fails("av1_reserved_profile", kAv1, av1(a), -1);
+    fails("av1_reserved_profile", kAv1, av1(a), -1, "AV1 sequence header: seq_profile out of range");
 
     // VP9: profiles 0-3 at 4:2:0 and 4:4:4 come from libvpx below.
     ok("vp9_profile0_key", kVp9, vp9({}), 200, 120, 0, {0, -1, 8, 1});
@@ -611,7 +617,7 @@ std::vector<VCase> videoCases() {
     Vp9 vf = with<Vp9>([](auto &f) { f.profile = 3, f.ten_or_twelve = 1, f.ss_x = f.ss_y = 0, f.color_space = 7; });
     ok("vp9_profile3_rgb", kVp9, vp9(vf), 200, 120, 0, {3, -1, 12, 3});
     vf.profile = 0;
-    fails("vp9_profile0_rgb", kVp9, vp9(vf), -1);
+    fails("vp9_profile0_rgb", kVp9, vp9(vf), -1, "VP9 frame header: RGB in a profile without 4:4:4");
     ok("vp9_largest_size", kVp9, make(vp9, [](auto &f) { f.width = 65536, f.height = 1; }), 65536, 1);
     vf = with<Vp9>([](auto &f) { f.frame_type = 1, f.show = false, f.intra_only = true; });
     ok("vp9_intra_only_profile0", kVp9, vp9(vf), 200, 120);
@@ -634,7 +640,7 @@ std::vector<VCase> videoCases() {
     fails("vp8_inter_frame", kVp8, vp8(false, 0, 0), 1);
     Bytes bad = vp8(true, 200, 120);
     bad[4] = 0x02;
-    fails("vp8_bad_start_code", kVp8, bad, -1);
+    fails("vp8_bad_start_code", kVp8, bad, -1, "VP8 key frame header: bad start code");
     fails("vp8_zero_width", kVp8, vp8(true, 0, 120), -1);
     fails("vp8_bad_version", kVp8, vp8(true, 200, 120, 5), -1);
 
@@ -677,7 +683,10 @@ TEST_P(VideoCase, Parses) {
     Exact e(c.data.data(), c.data.size());
     int32_t r = 0;
     const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
+    const char *why = qcmn_config_error();
     ASSERT_EQ(sign(r), c.result) << "result " << r;
+    EXPECT_EQ(r == -1, why != nullptr) << "a reason exactly with a malformed result";
+    EXPECT_STREQ(c.why != nullptr ? c.why : why, why);
     if (r != 0) {
         EXPECT_TRUE(allZero(out)) << "a failed parse must leave the record untouched";
         return;
@@ -701,6 +710,7 @@ TEST_P(VideoCase, EveryPrefix) {
         Exact e(c.data.data(), len);
         int32_t r = 0;
         const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
+        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << "prefix " << len;
         if (r != 0) {
             EXPECT_TRUE(allZero(out)) << "prefix " << len;
             continue;
@@ -717,6 +727,7 @@ TEST_P(VideoCase, BitFlips) {
     forEachBitFlip(GetParam().data, [&](const Exact &e, size_t bit) {
         int32_t r = 0;
         const qvid_config_out out = parseVideo(GetParam().fourcc, e.buf.get(), e.size, &r);
+        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << bit;
         if (r != 0) return;
         EXPECT_TRUE(out.width >= 0 && out.width <= 65536 && out.height >= 0 && out.height <= 65536) << bit;
         EXPECT_TRUE(out.data_partitioned == 0 || out.data_partitioned == 1) << bit;
@@ -760,6 +771,7 @@ struct ACase {
     Bytes data;
     int32_t result;
     int32_t profile = 0, rate = 0, channels = 0, object_type = 0, frame_length = 0, ext_type = 0, ext_rate = 0;
+    const char *why = nullptr;  // the parser's reason for a malformed input, when checked
     // Bytes of the configuration that already form a complete one with a
     // different (core-only) profile: prefixes of at least this length may
     // configure with the core values.
@@ -834,11 +846,13 @@ std::vector<ACase> audioCases() {
     bad("null_object_type", {0x02, 0x10});
     bad("reserved_object_type", {0x5A, 0x10});            // 11
     bad("reserved_frequency_index", {0x16, 0x90});        // 13
+    v.back().why = "AAC AudioSpecificConfig: reserved sampling frequency";
     bad("reserved_channel_configuration", {0x12, 0x40});  // 8
     bad("explicit_frequency_zero", {0x17, 0x80, 0x00, 0x00, 0x10});
     bad("sbr_over_sbr", asc(5).u(4, 6).u(4, 2).u(4, 3).u(5, 5).u(3, 0).out);
     bad("opus_tag", {0x12, 0x10}, QAUD_CFG_ERR_UNSUPPORTED, fcc("Opus"));
     bad("one_byte", {0x12});
+    v.back().why = "AAC AudioSpecificConfig cut short";
     return v;
 }
 
@@ -849,7 +863,10 @@ TEST_P(AudioCase, Parses) {
     Exact e(c.data.data(), c.data.size());
     int32_t r = 0;
     const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
+    const char *why = qcmn_config_error();
     ASSERT_EQ(r, c.result);
+    EXPECT_EQ(r == -1, why != nullptr) << "a reason exactly with a malformed result";
+    EXPECT_STREQ(c.why != nullptr ? c.why : why, why);
     if (r != 0) {
         EXPECT_TRUE(allZero(out));
         return;
@@ -871,6 +888,7 @@ TEST_P(AudioCase, EveryPrefix) {
         Exact e(c.data.data(), len);
         int32_t r = 0;
         const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
+        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << "prefix " << len;
         if (r != 0) {
             EXPECT_LT(r, 0) << "prefix " << len;
             EXPECT_TRUE(allZero(out));
