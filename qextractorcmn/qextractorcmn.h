@@ -87,9 +87,10 @@ typedef struct qvid_mm_max_dims {
     int32_t portrait_height;
 } qvid_mm_max_dims;
 
-// Answers `query` for the video code `fourcc` from the device profile: the
-// compiled-in default, or the text file named by the environment variable
-// QMKV_DEVICE_PROFILE (see qextractorcmn/README.md).
+// Answers `query` for the video code `fourcc` from the device's codec list
+// (the platform's media_codecs.xml, or the list named by the environment
+// variable QMKV_CODEC_LIST), or the compiled-in default without a usable
+// list (see qextractorcmn/README.md).
 //   100: writes 1 when the device decodes the codec and returns 0; for a
 //        codec it knows but cannot decode writes 0 and returns 0; for a
 //        code that is no known video codec writes 0 and returns -109.

@@ -29,18 +29,6 @@ const FamilyCode kCodes[] = {
     {"AV1C", VFamily::kAv1},  {"MP43", VFamily::kMsMpeg4v3}, {"DIV3", VFamily::kMsMpeg4v3},
 };
 
-struct FamilyName {
-    const char *name;
-    VFamily family;
-};
-
-const FamilyName kNames[] = {
-    {"avc", VFamily::kAvc},     {"h264", VFamily::kAvc},   {"hevc", VFamily::kHevc},
-    {"h265", VFamily::kHevc},   {"mpeg4", VFamily::kMpeg4}, {"h263", VFamily::kH263},
-    {"mpeg2", VFamily::kMpeg2}, {"vp8", VFamily::kVp8},    {"vp9", VFamily::kVp9},
-    {"av1", VFamily::kAv1},     {"msmpeg4v3", VFamily::kMsMpeg4v3},
-};
-
 char upper(char c) { return (c >= 'a' && c <= 'z') ? (char)(c - 'a' + 'A') : c; }
 
 }  // namespace
@@ -52,29 +40,6 @@ VFamily vfamily_of_fourcc(uint32_t fourcc) {
         if (memcmp(c.code, s, 4) == 0) return c.family;
     }
     return VFamily::kUnknown;
-}
-
-VFamily vfamily_of_name(const char *name, size_t len) {
-    if (name == nullptr) return VFamily::kUnknown;
-    for (const FamilyName &f : kNames) {
-        if (strlen(f.name) != len) continue;
-        bool same = true;
-        for (size_t i = 0; i < len && same; ++i) same = upper(name[i]) == upper(f.name[i]);
-        if (same) return f.family;
-    }
-    if (len == 4) {
-        uint32_t code = 0;
-        for (int i = 3; i >= 0; --i) code = code << 8 | (uint8_t)name[i];
-        return vfamily_of_fourcc(code);
-    }
-    return VFamily::kUnknown;
-}
-
-const char *vfamily_name(VFamily f) {
-    for (const FamilyName &n : kNames) {
-        if (n.family == f) return n.name;
-    }
-    return "unknown";
 }
 
 size_t find_start_code(const uint8_t *d, size_t n, size_t from) {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -22,9 +23,11 @@
 #include "qextractorcmn/qextractorcmn.h"
 #include "tests/support/av_oracle.h"
 #include "tests/support/corpus.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
 using Bytes = std::vector<uint8_t>;
+using qmkv_test::LogCapture;
 using qmkv_test::TempDir;
 
 namespace {
@@ -1234,13 +1237,14 @@ TEST(CorpusConfigs, AgreeWithLibavformat) {
 
 class DeviceProfile : public ::testing::Test {
 protected:
-    void TearDown() override { unsetenv("QMKV_DEVICE_PROFILE"); }
+    void TearDown() override { unsetenv("QMKV_CODEC_LIST"); }
 
-    // Writes `text` to a profile file and points the variable at it.
-    void useProfile(const std::string &text) {
-        const std::string path = dir_.path + "/profile.txt";
-        std::ofstream(path) << text;
-        setenv("QMKV_DEVICE_PROFILE", path.c_str(), 1);
+    // Writes the files (paths relative to a fresh folder) and points the
+    // variable at the first.
+    void useList(const std::vector<std::pair<std::string, std::string>> &files) {
+        std::filesystem::create_directories(dir_.path + "/etc");
+        for (const auto &f : files) std::ofstream(dir_.path + "/" + f.first) << f.second;
+        setenv("QMKV_CODEC_LIST", (dir_.path + "/" + files[0].first).c_str(), 1);
     }
 
     // Both queries' results and outputs: "<result> <flag> | <result> <landscape> <portrait>";
@@ -1262,7 +1266,7 @@ protected:
 const char *const kDefault = "0 1 | 0 4096x2176 2176x4096", *const kUnsupported = "0 0 | -109 1920x1088 1088x1920";
 
 TEST_F(DeviceProfile, DefaultDecodesTheWhitelistUpTo4096x2176) {
-    unsetenv("QMKV_DEVICE_PROFILE");
+    unsetenv("QMKV_CODEC_LIST");
     for (const char *s : {"MPG2", "mpg2", "H263", "S263", "h263", "s263", "AVC1", "avc1", "hvc1", "hev1", "VP80",
                           "VP90", "av01", "H264", "X264", "h264", "x264", "FMP4", "fmp4", "XVID", "xvid", "MP4V",
                           "mp4v"})
@@ -1285,52 +1289,95 @@ TEST_F(DeviceProfile, BadQueriesAndSizes) {
     EXPECT_EQ(qvid_get_mm_spec(101, kAvc, &d, 32), 0) << "a larger output is fine";
 }
 
-TEST_F(DeviceProfile, FileReplacesTheDefault) {
-    useProfile("# a smaller device\n"
-               "AVC1 1920 1088 1088 1920\n"
-               "  hevc\t3840 2176 2176 3840   # by family name\n"
-               "vp9 1280 720 720 1280\r\n"
-               "\n"
-               "mp43 352 288 288 352\n"
-               "av1 4096 2304 2304 4096\n"
-               "av1 unsupported\n");
-    for (const char *s : {"AVC1", "avc1", "H264", "x264"}) EXPECT_EQ(query(s), "0 1 | 0 1920x1088 1088x1920") << s;
-    EXPECT_EQ(query("hvc1"), "0 1 | 0 3840x2176 2176x3840");
-    EXPECT_EQ(query("VP90"), "0 1 | 0 1280x720 720x1280");
-    EXPECT_EQ(query("MP43"), "0 1 | 0 352x288 288x352");
-    EXPECT_EQ(query("av01"), kUnsupported) << "the later line wins";
-    for (const char *s : {"MPG2", "H263", "VP80", "MP4V", "XVID"}) EXPECT_EQ(query(s), kUnsupported) << s;
+// Codec lists laid out as devices ship them.
+TEST_F(DeviceProfile, CodecListReplacesTheDefault) {
+    const std::string top = "etc/media_codecs.xml";
+    struct {
+        const char *what;
+        std::vector<std::pair<std::string, std::string>> files;
+        std::vector<std::pair<const char *, const char *>> expect;
+    } cases[] = {
+        {"type attribute; portrait is the declared size swapped",
+         {{top, R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.avc.decoder" type="video/avc">
+              <Limit name="size" min="96x96" max="4096x2304"/><Feature name="adaptive-playback"/>
+              </MediaCodec></Decoders></MediaCodecs>)"}},
+         {{"AVC1", "0 1 | 0 4096x2304 2304x4096"}, {"x264", "0 1 | 0 4096x2304 2304x4096"}, {"hev1", kUnsupported},
+          {"MP43", kUnsupported}}},
+        {"Type children with their own limits, else the codec's; no size at all is the default size",
+         {{top, R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.multi.decoder">
+              <Limit name="size" max="1920x1088"/>
+              <Type name="video/hevc"><Limit name="size" min="96x96" max="8192x4320"/></Type>
+              <Type name="video/x-vnd.on2.vp9"/></MediaCodec>
+              <MediaCodec name="c2.vendor.vp8.decoder" type="video/x-vnd.on2.vp8"/>
+              <MediaCodec name="c2.vendor.mpeg2.decoder" type="video/mpeg2"><Limit name="size" range="16x16-1920x1088"/>
+              </MediaCodec><MediaCodec name="c2.vendor.divx3.decoder" type="video/divx311"/>
+              </Decoders></MediaCodecs>)"}},
+         {{"hev1", "0 1 | 0 8192x4320 4320x8192"}, {"VP90", "0 1 | 0 1920x1088 1088x1920"}, {"VP80", kDefault},
+          {"mpg2", "0 1 | 0 1920x1088 1088x1920"}, {"MP43", kDefault}, {"AVC1", kUnsupported}}},
+        {"secure decoders do not count; an optional secure-playback feature does",
+         {{top, R"(<MediaCodecs><Decoders>
+              <MediaCodec name="c2.vendor.avc.decoder.secure" type="video/avc"><Limit name="size" max="4096x2304"/></MediaCodec>
+              <MediaCodec name="OMX.vendor.hevc.dec" type="video/hevc">
+                <Feature name="secure-playback" required="true"/></MediaCodec>
+              <MediaCodec name="c2.vendor.vp9.decoder" type="video/x-vnd.on2.vp9"><Limit name="size" max="3840x2160"/>
+                <Feature name="secure-playback"/></MediaCodec>
+              <MediaCodec name="c2.vendor.av1.decoder"><Type name="video/av01">
+                <Feature name="secure-playback" required="true"/></Type></MediaCodec>
+              </Decoders></MediaCodecs>)"}},
+         {{"AVC1", kUnsupported}, {"hev1", kUnsupported}, {"VP90", "0 1 | 0 3840x2160 2160x3840"},
+          {"av01", kUnsupported}}},
+        {"several decoders of one type: the largest, with updates to a declared codec",
+         {{top, R"(<MediaCodecs><Decoders>
+              <MediaCodec name="c2.android.avc.decoder" type="video/avc"><Limit name="size" max="4080x4080"/></MediaCodec>
+              <MediaCodec name="c2.vendor.avc.decoder" type="video/avc"><Limit name="size" max="4096x2304"/></MediaCodec>
+              <MediaCodec name="c2.vendor.hevc.decoder" type="video/hevc"><Limit name="size" max="1920x1088"/></MediaCodec>
+              <MediaCodec name="c2.vendor.hevc.decoder" update="true"><Limit name="size" max="7680x4320"/></MediaCodec>
+              <MediaCodec name="c2.vendor.vp9.decoder" type="video/x-vnd.on2.vp9" update="true"/>
+              </Decoders></MediaCodecs>)"}},
+         {{"AVC1", "0 1 | 0 4080x4080 4080x4080"}, {"hev1", "0 1 | 0 7680x4320 4320x7680"}, {"VP90", kUnsupported}}},
+        {"includes beside the including file, nested, in a cycle, missing or not a file name; encoders ignored",
+         {{top, R"(<MediaCodecs><Include href="media_codecs_google_video.xml"/>
+              <Include href="media_codecs_missing.xml"/><Include href="../media_codecs_x.xml"/>
+              <Decoders><Include href="media_codecs_vendor.xml"/></Decoders>
+              <Encoders><MediaCodec name="c2.vendor.avc.encoder" type="video/avc"/></Encoders></MediaCodecs>)"},
+          {"etc/media_codecs_google_video.xml", R"(<Included><Decoders>
+              <MediaCodec name="c2.android.vp9.decoder" type="video/x-vnd.on2.vp9"><Limit name="size" max="2048x2048"/>
+              </MediaCodec></Decoders><Include href="media_codecs_cycle.xml"/></Included>)"},
+          {"etc/media_codecs_cycle.xml", R"(<Included><Include href="media_codecs_google_video.xml"/>
+              <Decoders><MediaCodec name="c2.android.av1.decoder" type="video/av01"/></Decoders></Included>)"},
+          {"etc/media_codecs_vendor.xml", R"(<Included><Decoders><MediaCodec name="c2.vendor.hevc.decoder">
+              <Type name="video/hevc"><Limit name="size" max="4096x2304"/></Type></MediaCodec></Decoders></Included>)"},
+          {"media_codecs_x.xml", R"(<Included><Decoders><MediaCodec name="x" type="video/mpeg2"/></Decoders></Included>)"}},
+         {{"VP90", "0 1 | 0 2048x2048 2048x2048"}, {"av01", kDefault}, {"hev1", "0 1 | 0 4096x2304 2304x4096"},
+          {"AVC1", kUnsupported}, {"mpg2", kUnsupported}}},
+    };
+    for (const auto &c : cases) {
+        useList(c.files);
+        for (const auto &e : c.expect) EXPECT_EQ(query(e.first), e.second) << c.what << ": " << e.first;
+    }
 }
 
-TEST_F(DeviceProfile, MalformedOrMissingFileFallsBackToDefault) {
-    for (const char *text : {"AVC1 1920 1088 1088\n", "AVC1 1920 1088 1088 1920 7\n", "WMV3 1 1 1 1\n",
-                             "AVC1 0 1088 1088 1920\n", "AVC1 1920x1088 1 1 1\n", "AVC1 99999999 1 1 1\n",
-                             "VP80 maybe\n"}) {
-        useProfile(std::string("hevc 640 480 480 640\n") + text);
-        EXPECT_EQ(query("hev1"), kDefault) << text;
-        EXPECT_EQ(query("MPG2"), kDefault) << text;
+TEST_F(DeviceProfile, UnusableListsFallBackToTheDefaultWithALogLine) {
+    const std::string top = "etc/media_codecs.xml";
+    const std::pair<std::string, std::string> broken[] = {
+        {"<MediaCodecs><Decoders></MediaCodecs>", "line 1: XML_ERROR_MISMATCHED_ELEMENT"},
+        {"", "XML_ERROR_EMPTY_DOCUMENT"},
+        {"<MediaProfiles/>", "is not a codec list (root element <MediaProfiles>)"},
+        {"<MediaCodecs><Include href=\"media_codecs_bad.xml\"/></MediaCodecs>", "media_codecs_bad.xml line 1"},
+    };
+    for (const auto &b : broken) {
+        useList({{top, b.first}, {"etc/media_codecs_bad.xml", "<Included><Decoders>"}});
+        LogCapture log;
+        EXPECT_EQ(query("hev1"), kDefault) << b.first;
+        EXPECT_TRUE(log.contains(b.second)) << b.first;
+        EXPECT_TRUE(log.contains("; using the built-in profile")) << b.first;
     }
-    for (const std::string &path : {dir_.path + "/missing", std::string()}) {
-        setenv("QMKV_DEVICE_PROFILE", path.c_str(), 1);
+    for (const std::string &path : {dir_.path + "/missing.xml", dir_.path}) {
+        setenv("QMKV_CODEC_LIST", path.c_str(), 1);
+        LogCapture log;
         EXPECT_EQ(query("AVC1"), kDefault) << path;
+        EXPECT_TRUE(log.contains("codec list " + path + ": cannot read it: ")) << path;
     }
-}
-
-TEST_F(DeviceProfile, ParserReportsTheBadLine) {
-    qcmn::DeviceProfile p;
-    int bad = 0;
-    auto parse = [&](const std::string &t) { return qcmn::parse_device_profile(t.data(), t.size(), &p, &bad); };
-    EXPECT_TRUE(parse("# x\nvp8 1 2 3 4\nVP90 unsupported\n"));
-    EXPECT_TRUE(p.supported[(int)qcmn::VFamily::kVp8]);
-    EXPECT_EQ(p.limits[(int)qcmn::VFamily::kVp8].portrait_height, 4);
-    EXPECT_FALSE(p.supported[(int)qcmn::VFamily::kVp9]);
-    EXPECT_FALSE(p.supported[(int)qcmn::VFamily::kAvc]);
-    EXPECT_FALSE(parse("vp8 1 2 3 4\n\n# fine\nbogus 1 2 3 4\n"));
-    EXPECT_EQ(bad, 4);
-    EXPECT_TRUE(parse("")) << "an empty profile decodes nothing";
-    EXPECT_FALSE(p.supported[(int)qcmn::VFamily::kAvc]);
-    EXPECT_TRUE(parse("av1 7680 4320 4320 7680"));  // no final newline
-    EXPECT_EQ(p.limits[(int)qcmn::VFamily::kAv1].landscape_width, 7680);
 }
 
 // Framework components read these keys by their strings.
