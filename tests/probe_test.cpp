@@ -1,5 +1,5 @@
-// qmkvprobe run as a person runs it: the built tool on files it must refuse
-// and on a damaged file.
+// qmkvprobe run as a person runs it: the built tool on files it must refuse,
+// a damaged file, and what it says about each track for a device.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "tests/support/corpus.h"
 #include "tests/support/mkv_builder.h"
 #include "tests/support/temp_dir.h"
 
@@ -62,6 +63,31 @@ TEST(Probe, RefusesWhatItCannotReadAndNeverAborts) {
     // Root reads it anyway.
     if (geteuid() != 0) runs.push_back({d.path + "/locked.mkv", 1, {}, {"cannot read " + d.path + "/locked.mkv"}});
     expectRuns(runs, d.path);
+}
+
+TEST(Probe, SaysWhyEachTrackPlaysOrNotOnADevice) {
+    QMKV_REQUIRE_CORPUS();
+    TempDir d;
+    const std::string small = d.path + "/small.xml", big = d.path + "/big.xml";
+    write(small, R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.avc.decoder" type="video/avc">
+                    <Limit name="size" max="1920x1088"/></MediaCodec></Decoders></MediaCodecs>)");
+    write(big, R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.decoder"><Limit name="size" max="4096x2304"/>
+                  <Type name="video/avc"/><Type name="video/hevc"/></MediaCodec></Decoders></MediaCodecs>)");
+    const std::string hevc = corpusFile("hevc_aac.mkv"), uhd = corpusFile("h264_uhd.mkv");
+    expectRuns(
+        {
+            {"--device " + small + " --json " + hevc, 0,
+             {R"("error-type":-1002,"status":"unsupported: no decoder for video/hevc on this device")",
+              R"("error-type":0,"status":"plays","mime":"audio/mp4a-latm")"},
+             {}},
+            {"--device " + small + " " + uhd, 0,
+             {"tracks[0].error-type: -1004\ntracks[0].status: too large: 3840x2160 exceeds the device's 1920x1088"},
+             {}},
+            {"--device " + big + " --json " + hevc, 0, {R"("error-type":0,"status":"plays","mime":"video/hevc")"}, {}},
+            {"--device " + big + " --json " + uhd, 0, {R"("error-type":0,"status":"plays","mime":"video/avc")"}, {}},
+            {"--device " + d.path + "/none.xml " + uhd, 1, {}, {"none.xml: No such file or directory"}},
+        },
+        d.path);
 }
 
 }  // namespace

@@ -1384,7 +1384,8 @@ TEST_F(DeviceProfile, UnusableListsFallBackToTheDefaultWithALogLine) {
 TEST(ExtMediaFormatKeys, DocumentedStrings) {
     const std::pair<const char *, const char *> keys[] = {
         {AMEDIAFORMAT_KEY_FOURCC, "fourcc"}, {AMEDIAFORMAT_KEY_TRACK_FOURCC, "track-fourcc"},
-        {AMEDIAFORMAT_KEY_ERROR_TYPE, "error-type"}, {AMEDIAFORMAT_KEY_ERROR_LOGGABLE, "error-loggable"},
+        {AMEDIAFORMAT_KEY_ERROR_TYPE, "error-type"}, {AMEDIAFORMAT_KEY_TRACK_STATUS, "track-status"},
+        {AMEDIAFORMAT_KEY_ERROR_LOGGABLE, "error-loggable"},
         {AMEDIAFORMAT_KEY_TRACK_NAME, "track-name"}, {AMEDIAFORMAT_KEY_IS_MP4_DP, "is-mp4-dp"},
         {AMEDIAFORMAT_KEY_I_FRAME_AVG_INTERVAL, "i-frame-avg-interval"},
         {AMEDIAFORMAT_KEY_ALLOW_FRAME_REORDERING, "allow-frame-reordering"},

@@ -3,6 +3,7 @@
 #include <libgen.h>
 #include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <string>
@@ -45,10 +46,13 @@ int main(int argc, char **argv) {
         fputs(kUsage, stdout);
         return 0;
     }
-    if (!qmkvprobe::checkInput(opts.file, &error)) {
+    if (!qmkvprobe::checkInput(opts.file, &error) ||
+        (!opts.device.empty() && !qmkvprobe::checkInput(opts.device, &error))) {
         fprintf(stderr, "qmkvprobe: %s\n", error.c_str());
         return 1;
     }
+    // The plug-in reads the device's codec list from here at every judgement.
+    if (!opts.device.empty()) setenv("QMKV_CODEC_LIST", opts.device.c_str(), 1);
     if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
 
     android::FileSource file(opts.file.c_str());

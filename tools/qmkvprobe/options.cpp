@@ -57,6 +57,8 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
             }
         } else if (a == "--plugin" && hasValue) {
             opts->plugin = argv[++i];
+        } else if (a == "--device" && hasValue) {
+            opts->device = argv[++i];
         } else if (a.size() > 1 && a[0] == '-') {
             *error = "unknown or incomplete option: " + a;
             return false;

@@ -19,6 +19,7 @@ struct Options {
     std::string seekMode = "prev";
     int64_t seekCount = -1;
     std::string plugin;
+    std::string device;  // the device's codec list; empty for the built-in default
     std::string file;
 };
 

@@ -11,6 +11,7 @@
 #include "counted_source.h"
 #include "format_json.h"
 #include "probe_util.h"
+#include "qextractorcmn/ExtMediaFormatDef.h"
 #include "seek_targets.h"
 
 using nlohmann::ordered_json;
@@ -48,9 +49,25 @@ void readFormats(qmkvhost::Extractor &ex, Formats *f) {
     }
 }
 
+// A track's format with the plug-in's words for its status under "status",
+// next to the status code.
+ordered_json trackJson(AMediaFormat *format) {
+    const ordered_json keys = formatToJson(format);
+    const auto words = keys.find(AMEDIAFORMAT_KEY_TRACK_STATUS);
+    const ordered_json status = words != keys.end() ? *words : ordered_json("not reported by the plug-in");
+    ordered_json j = ordered_json::object();
+    for (auto &[key, value] : keys.items()) {
+        if (key == AMEDIAFORMAT_KEY_TRACK_STATUS) continue;
+        j[key] = value;
+        if (key == AMEDIAFORMAT_KEY_ERROR_TYPE) j["status"] = status;
+    }
+    if (!j.contains("status")) j["status"] = status;
+    return j;
+}
+
 ordered_json formatsJson(const Formats &f) {
     ordered_json tracks = ordered_json::array();
-    for (AMediaFormat *t : f.tracks) tracks.push_back(formatToJson(t));
+    for (AMediaFormat *t : f.tracks) tracks.push_back(trackJson(t));
     return ordered_json{{"file", formatToJson(f.file)}, {"tracks", tracks}};
 }
 
