@@ -128,19 +128,20 @@ bool load(const std::string &path, std::string *text, std::string *why) {
         *why = strerror(errno);
         return false;
     }
-    text->resize(kMaxFileBytes + 1);
-    const size_t got = fread(&(*text)[0], 1, text->size(), f);
+    char chunk[16384];
+    size_t got;
+    while ((got = fread(chunk, 1, sizeof(chunk), f)) > 0 && text->size() + got <= kMaxFileBytes)
+        text->append(chunk, got);
     const int error = ferror(f) ? errno : 0;
     fclose(f);
     if (error != 0) {
         *why = strerror(error);
         return false;
     }
-    if (got > kMaxFileBytes) {
+    if (got > 0) {
         *why = "larger than 1 MiB";
         return false;
     }
-    text->resize(got);
     return true;
 }
 
