@@ -16,6 +16,7 @@
 #include "demux/qmkvds.h"
 #include "extractor/mfal/qcmn_mfal_android_q.h"
 #include "extractor/qmkv_extractor.h"
+#include "extractor/qmkv_track_status.h"
 #include "qextractorcmn/ExtMediaFormatDef.h"
 #include "qextractorcmn/qcmn_fcc2mime.h"
 #include "qextractorcmn/qextractorcmn.h"
@@ -77,6 +78,12 @@ struct CodecPrivate {
 
 bool isUnknownMime(const char *mime) { return strcasecmp(mime, QCMN_MIMETYPE_UNKNOWN) == 0; }
 
+// The configuration parser's own words for a configuration it rejected.
+const char *parserReason() {
+    const char *why = qcmn_config_error();
+    return why != nullptr ? why : "the configuration parser rejects it";
+}
+
 int32_t fitsInt32(uint64_t v) { return v <= INT32_MAX ? (int32_t)v : 2; }
 
 uint16_t scaled(float v, float scale) { return (uint16_t)(v * scale + 0.5f); }
@@ -126,6 +133,7 @@ private:
     qmkvd_info_vid *mVid = nullptr;
     qmkvd_info_aud *mAud = nullptr;
     qmkvd_info_txt *mTxt = nullptr;
+    TrackFindings mFound;
 };
 
 // --- video -------------------------------------------------------------
@@ -176,8 +184,10 @@ void QMKVTrackMapper::configureVideo(qmkvd_info_vid *info) {
         return r;
     };
     if (mPrivate.size >= 1) {
-        if (parse(mPrivate.data, mPrivate.size) != 0) {
+        const int32_t r = parse(mPrivate.data, mPrivate.size);
+        if (r != 0) {
             mStatus = QMKV_TRACK_BAD_CONFIG;
+            mFound.badConfig = r < 0 ? parserReason() : "the codec private data holds no sequence header";
             mMaxInputSize = kVideoInputHd;
         }
         return;
@@ -190,6 +200,7 @@ void QMKVTrackMapper::configureVideo(qmkvd_info_vid *info) {
         return;
     }
     mStatus = QMKV_TRACK_BAD_CONFIG;
+    mFound.badConfig = "none of the first 100 frames holds a sequence header";
     uint8_t *frame = static_cast<uint8_t *>(malloc(kVideoInputHd));
     for (int32_t n = 0; frame != nullptr && n < kProbeFrames; ++n) {
         uint32_t size = 0;
@@ -201,7 +212,10 @@ void QMKVTrackMapper::configureVideo(qmkvd_info_vid *info) {
             mStatus = QMKV_TRACK_OK;
             break;
         }
-        if (r < 0) break;
+        if (r < 0) {
+            mFound.badConfig = parserReason();
+            break;
+        }
     }
     free(frame);
     qmkvds_close(s);
@@ -213,6 +227,7 @@ void QMKVTrackMapper::checkCapability(const qmkvd_info_vid *info) {
     const int32_t r = qvid_get_mm_spec(100, mCode, &supported, sizeof(supported));
     if (r == -109 || (r >= 0 && supported == 0)) {
         mStatus = QMKV_TRACK_UNSUPPORTED;
+        mFound.noDecoder = true;
         mLoggable = true;
         mMaxInputSize = kVideoInputHd;
         return;
@@ -225,6 +240,8 @@ void QMKVTrackMapper::checkCapability(const qmkvd_info_vid *info) {
     const int64_t area = w * h;
     if (limit < area) {
         mStatus = QMKV_TRACK_TOO_LARGE;
+        mFound.limitWidth = w < h ? limits[2] : limits[0];
+        mFound.limitHeight = w < h ? limits[3] : limits[1];
         mMaxInputSize = kVideoInputHd;
     } else if (area <= kAreaHd) {
         mMaxInputSize = kVideoInputHd;
@@ -348,6 +365,7 @@ void QMKVTrackMapper::audioBranch(int32_t *ai) {
                 mAacProfile = out.profile;
             } else {
                 mStatus = QMKV_TRACK_BAD_CONFIG;
+                mFound.badConfig = parserReason();
             }
         }
     }
@@ -417,6 +435,7 @@ void QMKVTrackMapper::audioCsd(AMediaFormat *meta, const qmkvd_info_aud *info) {
     if (!ok) {
         __android_log_print(ANDROID_LOG_DEBUG, kTag, "vorbis csd is malformed");
         mStatus = QMKV_TRACK_BAD_CONFIG;
+        mFound.badConfig = "Vorbis header packets malformed";
         AMediaFormat_setInt32(meta, AMEDIAFORMAT_KEY_ERROR_TYPE, mStatus);
     }
 }
@@ -481,6 +500,13 @@ int32_t QMKVTrackMapper::run(int32_t *vi, int32_t *ai, int32_t *ti) {
         case QMKVD_TRACK_SUBTITLE: textKeys(meta, mTxt); break;
         default: AMediaFormat_setString(meta, AMEDIAFORMAT_KEY_MIME, QCMN_MIMETYPE_UNKNOWN); break;
     }
+    mFound.type = mType;
+    mFound.code = mCode;
+    if (mVid != nullptr) {
+        mFound.width = mVid->width;
+        mFound.height = mVid->height;
+    }
+    setTrackStatus(meta, mFound);
     return 0;
 }
 

@@ -4,6 +4,7 @@
 const char *AMEDIAFORMAT_KEY_FOURCC = "fourcc";
 const char *AMEDIAFORMAT_KEY_TRACK_FOURCC = "track-fourcc";
 const char *AMEDIAFORMAT_KEY_ERROR_TYPE = "error-type";
+const char *AMEDIAFORMAT_KEY_TRACK_STATUS = "track-status";
 const char *AMEDIAFORMAT_KEY_ERROR_LOGGABLE = "error-loggable";
 const char *AMEDIAFORMAT_KEY_TRACK_NAME = "track-name";
 const char *AMEDIAFORMAT_KEY_IS_MP4_DP = "is-mp4-dp";

@@ -19,6 +19,8 @@ extern QCMN_KEY_EXPORT const char *AMEDIAFORMAT_KEY_FOURCC;
 extern QCMN_KEY_EXPORT const char *AMEDIAFORMAT_KEY_TRACK_FOURCC;
 // int32: per-track status, 0 playable or -1001..-1004.
 extern QCMN_KEY_EXPORT const char *AMEDIAFORMAT_KEY_ERROR_TYPE;
+// string: why the track will or will not play, in words.
+extern QCMN_KEY_EXPORT const char *AMEDIAFORMAT_KEY_TRACK_STATUS;
 // int32: 1 when the track's status should be logged.
 extern QCMN_KEY_EXPORT const char *AMEDIAFORMAT_KEY_ERROR_LOGGABLE;
 // buffer: the track's name bytes.

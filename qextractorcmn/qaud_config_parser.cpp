@@ -2,6 +2,7 @@
 // object type with SBR/PS signalling, the sampling frequency and the
 // channel count; an ADTS header in its place is read as well.
 #include "qextractorcmn/qcmn_bitreader.h"
+#include "qextractorcmn/qcmn_config_error.h"
 #include "qextractorcmn/qextractorcmn.h"
 
 namespace qcmn {
@@ -104,14 +105,14 @@ bool ga_specific_config(BitReader &br, uint32_t aot, uint32_t channel_config, in
 }
 
 int32_t parse_adts(const uint8_t *d, size_t n, qaud_config_out *out) {
-    if (n < 7) return QAUD_CFG_ERR_MALFORMED;
+    if (n < 7) return malformed("AAC ADTS header cut short");
     BitReader br(d, n);
     br.skip(12 + 1 + 2 + 1);  // syncword, ID, layer, protection_absent
     const uint32_t aot = br.bits(2) + 1;
     const uint32_t index = br.bits(4);
     br.skip(1);
     const uint32_t channel_config = br.bits(3);
-    if (index >= 13) return QAUD_CFG_ERR_MALFORMED;
+    if (index >= 13) return malformed("AAC ADTS header: reserved sampling frequency index");
     out->profile = (int32_t)aot;
     out->object_type = (int32_t)aot;
     out->sample_rate = kFrequencies[index];
@@ -122,13 +123,14 @@ int32_t parse_adts(const uint8_t *d, size_t n, qaud_config_out *out) {
 
 int32_t parse_asc(const uint8_t *d, size_t n, qaud_config_out *out) {
     BitReader br(d, n);
+    auto bad = [&br](const char *why) { return malformed(br.ok() ? why : "AAC AudioSpecificConfig cut short"); };
     uint32_t aot = object_type(br);
     int32_t rate = 0;
-    if (!frequency(br, &rate)) return QAUD_CFG_ERR_MALFORMED;
+    if (!frequency(br, &rate)) return bad("AAC AudioSpecificConfig: reserved sampling frequency");
     const uint32_t channel_config = br.bits(4);
-    if (!br.ok() || !is_defined_object_type(aot)) return QAUD_CFG_ERR_MALFORMED;
+    if (!br.ok() || !is_defined_object_type(aot)) return bad("AAC AudioSpecificConfig: reserved audio object type");
     int32_t channels = channels_of_configuration(channel_config);
-    if (channels < 0) return QAUD_CFG_ERR_MALFORMED;
+    if (channels < 0) return bad("AAC AudioSpecificConfig: reserved channel configuration");
 
     uint32_t ext_aot = 0;
     int32_t ext_rate = 0;
@@ -139,26 +141,28 @@ int32_t parse_asc(const uint8_t *d, size_t n, qaud_config_out *out) {
         ext_aot = 5;
         sbr = true;
         ps = aot == 29;
-        if (!frequency(br, &ext_rate)) return QAUD_CFG_ERR_MALFORMED;
+        if (!frequency(br, &ext_rate)) return bad("AAC AudioSpecificConfig: reserved SBR sampling frequency");
         aot = object_type(br);
-        if (!br.ok() || !is_defined_object_type(aot) || aot == 5 || aot == 29) return QAUD_CFG_ERR_MALFORMED;
+        if (!br.ok() || !is_defined_object_type(aot) || aot == 5 || aot == 29)
+            return bad("AAC AudioSpecificConfig: bad core object type under SBR");
         if (aot == 22) br.skip(4);  // extensionChannelConfiguration
     }
 
     int32_t frame_length = 0;
     bool parsed_tail = false;  // whether the bits after the core config are known
     if (has_ga_specific_config(aot)) {
-        if (!ga_specific_config(br, aot, channel_config, &channels, &frame_length)) return QAUD_CFG_ERR_MALFORMED;
+        if (!ga_specific_config(br, aot, channel_config, &channels, &frame_length))
+            return bad("AAC AudioSpecificConfig cut short");
         parsed_tail = true;
     } else if (aot == 39) {
         // ELDSpecificConfig: only its frame length is read; SBR inside it
         // is the low-delay kind, which does not change the profile.
         frame_length = br.bit() ? 480 : 512;
-        if (!br.ok()) return QAUD_CFG_ERR_MALFORMED;
+        if (!br.ok()) return bad("AAC AudioSpecificConfig cut short");
     }
     if (parsed_tail && is_error_resilient(aot)) {
         br.skip(2);  // epConfig
-        if (!br.ok()) return QAUD_CFG_ERR_MALFORMED;
+        if (!br.ok()) return bad("AAC AudioSpecificConfig cut short");
     }
 
     // Backward-compatible signalling: a sync extension after the core
@@ -170,8 +174,9 @@ int32_t parse_asc(const uint8_t *d, size_t n, qaud_config_out *out) {
             if (candidate == 5) {
                 const uint32_t present = probe.bit();
                 int32_t hz = 0;
-                if (present && !frequency(probe, &hz)) return QAUD_CFG_ERR_MALFORMED;
-                if (!probe.ok()) return QAUD_CFG_ERR_MALFORMED;
+                if (!probe.ok() || (present && !frequency(probe, &hz)))
+                    return malformed(probe.ok() ? "AAC AudioSpecificConfig: reserved SBR sampling frequency"
+                                                : "AAC AudioSpecificConfig cut short");
                 if (present) {
                     ext_aot = 5;
                     ext_rate = hz;
@@ -201,6 +206,7 @@ int32_t parse_asc(const uint8_t *d, size_t n, qaud_config_out *out) {
 using namespace qcmn;
 
 QCMN_API int32_t qaud_config_parser(const qaud_config_in *in, qaud_config_out *out) {
+    clear_config_error();
     if (in == nullptr || out == nullptr) return QAUD_CFG_ERR_ARG;
     if (in->data == nullptr || in->size == 0) return QAUD_CFG_ERR_ARG;
     if (!is_aac_tag(in->tag)) return QAUD_CFG_ERR_UNSUPPORTED;

@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <string>
+
 #include "qextractorcmn/qcmn_vcodec.h"
 #include "qextractorcmn/qextractorcmn.h"
 
@@ -17,15 +19,24 @@ struct DeviceProfile {
     qvid_mm_max_dims limits[kFamilyCount];
 };
 
+// The size limit of the built-in profile, also taken for a decoder whose
+// codec list declares no size.
+constexpr qvid_mm_max_dims kDefaultLimits = {4096, 2176, 2176, 4096};
+
 // The compiled-in profile: a current phone SoC.
 void default_device_profile(DeviceProfile *p);
 
-// Parses the text form (see README.md). On failure returns false and
-// names the first bad line (1-based) in *bad_line; *p is then unspecified.
-bool parse_device_profile(const char *text, size_t len, DeviceProfile *p, int *bad_line);
+// Reads the device's codec list at `path` (the platform's media_codecs.xml
+// format, with the files it includes): a codec is supported when a decoder
+// that does not require secure playback declares its media type, up to the
+// largest size such a decoder declares. False, with the reason in *why, when
+// the list cannot be read or is malformed; *p is then unspecified. Included
+// files that cannot be read are skipped with a log line.
+bool read_codec_list(const char *path, DeviceProfile *p, std::string *why);
 
-// The profile in effect: the file named by QMKV_DEVICE_PROFILE when it is
-// set and valid, else the default.
+// The profile in effect: the codec list named by QMKV_CODEC_LIST, else on a
+// device the platform's own list, else (or when the list is unusable) the
+// default.
 void current_device_profile(DeviceProfile *p);
 
 }  // namespace qcmn

@@ -26,11 +26,6 @@ enum class VFamily {
 // Family of a four-character code; letters compare without regard to case.
 VFamily vfamily_of_fourcc(uint32_t fourcc);
 
-// Family named by a short word ("avc", "hevc", ...), or kUnknown.
-VFamily vfamily_of_name(const char *name, size_t len);
-
-const char *vfamily_name(VFamily f);
-
 // Each parser returns QVID_CFG_* and fills `out` only on QVID_CFG_OK.
 int32_t parse_avc_config(const uint8_t *d, size_t n, qvid_config_out *out);
 int32_t parse_hevc_config(const uint8_t *d, size_t n, qvid_config_out *out);

@@ -87,9 +87,10 @@ typedef struct qvid_mm_max_dims {
     int32_t portrait_height;
 } qvid_mm_max_dims;
 
-// Answers `query` for the video code `fourcc` from the device profile: the
-// compiled-in default, or the text file named by the environment variable
-// QMKV_DEVICE_PROFILE (see qextractorcmn/README.md).
+// Answers `query` for the video code `fourcc` from the device's codec list
+// (the platform's media_codecs.xml, or the list named by the environment
+// variable QMKV_CODEC_LIST), or the compiled-in default without a usable
+// list (see qextractorcmn/README.md).
 //   100: writes 1 when the device decodes the codec and returns 0; for a
 //        codec it knows but cannot decode writes 0 and returns 0; for a
 //        code that is no known video codec writes 0 and returns -109.
@@ -131,5 +132,13 @@ QCMN_LAYOUT_ASSERT(offsetof(qaud_config_out, profile) == 0, "profile first");
 #endif
 
 QCMN_API int32_t qaud_config_parser(const qaud_config_in *in, qaud_config_out *out);
+
+// ---------------------------------------------------------------------------
+// Why a configuration is malformed
+
+// What the last qvid_config_parser or qaud_config_parser call on the calling
+// thread found wrong when it returned -1, in a few words ("AVC SPS cut
+// short"); null after any other result. The string is static.
+QCMN_API const char *qcmn_config_error(void);
 
 #endif  // QEXTRACTORCMN_QEXTRACTORCMN_H_

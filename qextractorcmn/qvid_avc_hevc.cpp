@@ -2,6 +2,7 @@
 // decoder configuration record or 4-byte length-prefixed NAL units, and
 // derive the displayed size from it.
 #include "qextractorcmn/qcmn_bitreader.h"
+#include "qextractorcmn/qcmn_config_error.h"
 #include "qextractorcmn/qcmn_vcodec.h"
 
 namespace qcmn {
@@ -13,6 +14,13 @@ namespace {
 enum class Nal { kSkip, kDone, kBad };
 
 using NalFn = Nal (*)(const uint8_t *nal, size_t n, qvid_config_out *out);
+
+// A broken parameter set: why, or that it ended early when the reader ran
+// out of bits.
+Nal bad_nal(const BitReader &br, const char *cut_short, const char *why) {
+    malformed(br.ok() ? why : cut_short);
+    return Nal::kBad;
+}
 
 // Walks the NAL units of a start-code stream. The first good SPS wins; a
 // broken SPS is remembered but a later good one still configures.
@@ -81,7 +89,7 @@ int32_t walk_stream(const uint8_t *d, size_t n, NalFn fn, qvid_config_out *out) 
         bool found_start = false;
         const int32_t r = walk_annexb(d, n, fn, out, &found_start);
         // Neither start codes nor length prefixes: not this codec's stream.
-        if (!found_start) return QVID_CFG_ERR_MALFORMED;
+        if (!found_start) return malformed("neither start codes nor NAL length prefixes: not a stream of this codec");
         if (r != QVID_CFG_NEED_MORE || !prefixed) return r;
     }
     return walk_length_prefixed(d, n, fn, out);
@@ -117,39 +125,40 @@ bool avc_high_profile(uint32_t profile_idc) {
 Nal avc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
     if (n < 1 || (nal[0] & 0x80) != 0 || (nal[0] & 0x1F) != 7) return Nal::kSkip;
     BitReader br(nal + 1, n - 1, true);
+    auto bad = [&br](const char *why) { return bad_nal(br, "AVC SPS cut short", why); };
     const uint32_t profile_idc = br.bits(8);
     br.skip(8);  // constraint flags
     const uint32_t level_idc = br.bits(8);
-    if (br.ue() > 31) return Nal::kBad;  // seq_parameter_set_id
+    if (br.ue() > 31) return bad("AVC SPS: seq_parameter_set_id out of range");
     uint32_t chroma_format_idc = 1, bit_depth = 8;
     bool separate_planes = false;
     if (avc_high_profile(profile_idc)) {
         chroma_format_idc = br.ue();
-        if (chroma_format_idc > 3) return Nal::kBad;
+        if (chroma_format_idc > 3) return bad("AVC SPS: chroma_format_idc out of range");
         if (chroma_format_idc == 3) separate_planes = br.bit() != 0;
         const uint32_t luma_minus8 = br.ue();
         const uint32_t chroma_minus8 = br.ue();
-        if (luma_minus8 > 6 || chroma_minus8 > 6) return Nal::kBad;
+        if (luma_minus8 > 6 || chroma_minus8 > 6) return bad("AVC SPS: bit depth out of range");
         bit_depth = 8 + luma_minus8;
         br.skip(1);  // qpprime_y_zero_transform_bypass_flag
         if (br.bit()) {
             const int lists = chroma_format_idc != 3 ? 8 : 12;
             for (int i = 0; i < lists; ++i) {
-                if (br.bit() && !avc_scaling_list(br, i < 6 ? 16 : 64)) return Nal::kBad;
+                if (br.bit() && !avc_scaling_list(br, i < 6 ? 16 : 64)) return bad("AVC SPS: scaling list out of range");
             }
         }
     }
-    if (br.ue() > 12) return Nal::kBad;  // log2_max_frame_num_minus4
+    if (br.ue() > 12) return bad("AVC SPS: log2_max_frame_num out of range");
     const uint32_t poc_type = br.ue();
-    if (poc_type > 2) return Nal::kBad;
+    if (poc_type > 2) return bad("AVC SPS: pic_order_cnt_type out of range");
     if (poc_type == 0) {
-        if (br.ue() > 12) return Nal::kBad;  // log2_max_pic_order_cnt_lsb_minus4
+        if (br.ue() > 12) return bad("AVC SPS: log2_max_pic_order_cnt_lsb out of range");
     } else if (poc_type == 1) {
         br.skip(1);  // delta_pic_order_always_zero_flag
         br.se();     // offset_for_non_ref_pic
         br.se();     // offset_for_top_to_bottom_field
         const uint32_t cycle = br.ue();
-        if (cycle > 255) return Nal::kBad;
+        if (cycle > 255) return bad("AVC SPS: num_ref_frames_in_pic_order_cnt_cycle out of range");
         for (uint32_t i = 0; i < cycle && br.ok(); ++i) br.se();
     }
     br.ue();     // max_num_ref_frames
@@ -167,7 +176,7 @@ Nal avc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
         crop_b = br.ue();
     }
     br.skip(1);  // vui_parameters_present_flag: the last bit this parse needs
-    if (!br.ok()) return Nal::kBad;
+    if (!br.ok()) return bad("AVC SPS cut short");
 
     const uint64_t coded_w = width_mbs * 16;
     const uint64_t coded_h = height_map_units * 16 * (2 - frame_mbs_only);
@@ -179,7 +188,8 @@ Nal avc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
     }
     const uint64_t crop_w = (crop_l + crop_r) * unit_x;
     const uint64_t crop_h = (crop_t + crop_b) * unit_y;
-    if (!fits(coded_w) || !fits(coded_h) || crop_w >= coded_w || crop_h >= coded_h) return Nal::kBad;
+    if (!fits(coded_w) || !fits(coded_h) || crop_w >= coded_w || crop_h >= coded_h)
+        return bad("AVC SPS: picture size or cropping out of range");
     out->width = (int32_t)(coded_w - crop_w);
     out->height = (int32_t)(coded_h - crop_h);
     out->profile = (int32_t)profile_idc;
@@ -193,27 +203,28 @@ Nal avc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
 // AVCDecoderConfigurationRecord: both parameter-set arrays must fit the
 // record; the first SPS entry configures.
 int32_t avc_record(const uint8_t *d, size_t n, qvid_config_out *out) {
-    if (n < 6) return QVID_CFG_ERR_MALFORMED;
+    const char *const cut = "AVC configuration record (avcC) cut short";
+    if (n < 6) return malformed(cut);
     const uint8_t *sps[32];
     size_t sps_len[32];
     const unsigned num_sps = d[5] & 0x1F;
     size_t o = 6;
     for (unsigned i = 0; i < num_sps; ++i) {
-        if (n - o < 2) return QVID_CFG_ERR_MALFORMED;
+        if (n - o < 2) return malformed(cut);
         sps_len[i] = (size_t)d[o] << 8 | d[o + 1];
         o += 2;
-        if (sps_len[i] > n - o) return QVID_CFG_ERR_MALFORMED;
+        if (sps_len[i] > n - o) return malformed(cut);
         sps[i] = d + o;
         o += sps_len[i];
     }
     {
-        if (o >= n) return QVID_CFG_ERR_MALFORMED;
+        if (o >= n) return malformed(cut);
         const unsigned num_pps = d[o++];
         for (unsigned i = 0; i < num_pps; ++i) {
-            if (n - o < 2) return QVID_CFG_ERR_MALFORMED;
+            if (n - o < 2) return malformed(cut);
             const size_t len = (size_t)d[o] << 8 | d[o + 1];
             o += 2;
-            if (len > n - o) return QVID_CFG_ERR_MALFORMED;
+            if (len > n - o) return malformed(cut);
             o += len;
         }
     }
@@ -252,15 +263,16 @@ Nal hevc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
     const unsigned layer = ((nal[0] & 1) << 5) | (nal[1] >> 3);
     if (type != 33 || layer != 0) return Nal::kSkip;
     BitReader br(nal + 2, n - 2, true);
+    auto bad = [&br](const char *why) { return bad_nal(br, "HEVC SPS cut short", why); };
     br.skip(4);  // sps_video_parameter_set_id
     const uint32_t max_sub_layers_minus1 = br.bits(3);
-    if (max_sub_layers_minus1 > 6) return Nal::kBad;
+    if (max_sub_layers_minus1 > 6) return bad("HEVC SPS: sps_max_sub_layers out of range");
     br.skip(1);  // sps_temporal_id_nesting_flag
     uint32_t profile = 0, level = 0;
-    if (!hevc_profile_tier_level(br, max_sub_layers_minus1, &profile, &level)) return Nal::kBad;
-    if (br.ue() > 15) return Nal::kBad;  // sps_seq_parameter_set_id
+    if (!hevc_profile_tier_level(br, max_sub_layers_minus1, &profile, &level)) return bad("HEVC SPS cut short");
+    if (br.ue() > 15) return bad("HEVC SPS: sps_seq_parameter_set_id out of range");
     const uint32_t chroma_format_idc = br.ue();
-    if (chroma_format_idc > 3) return Nal::kBad;
+    if (chroma_format_idc > 3) return bad("HEVC SPS: chroma_format_idc out of range");
     bool separate_planes = false;
     if (chroma_format_idc == 3) separate_planes = br.bit() != 0;
     const uint64_t coded_w = br.ue();
@@ -274,14 +286,15 @@ Nal hevc_sps(const uint8_t *nal, size_t n, qvid_config_out *out) {
     }
     const uint32_t luma_minus8 = br.ue();
     br.ue();  // bit_depth_chroma_minus8
-    if (!br.ok() || luma_minus8 > 8) return Nal::kBad;
+    if (!br.ok() || luma_minus8 > 8) return bad("HEVC SPS: bit depth out of range");
 
     const uint32_t chroma_array_type = separate_planes ? 0 : chroma_format_idc;
     const uint64_t unit_x = (chroma_array_type == 1 || chroma_array_type == 2) ? 2 : 1;
     const uint64_t unit_y = chroma_array_type == 1 ? 2 : 1;
     const uint64_t crop_w = (crop_l + crop_r) * unit_x;
     const uint64_t crop_h = (crop_t + crop_b) * unit_y;
-    if (!fits(coded_w) || !fits(coded_h) || crop_w >= coded_w || crop_h >= coded_h) return Nal::kBad;
+    if (!fits(coded_w) || !fits(coded_h) || crop_w >= coded_w || crop_h >= coded_h)
+        return bad("HEVC SPS: picture size or conformance window out of range");
     out->width = (int32_t)(coded_w - crop_w);
     out->height = (int32_t)(coded_h - crop_h);
     out->profile = (int32_t)profile;
@@ -317,7 +330,7 @@ bool hevc_record_walk(const uint8_t *d, size_t n, Fn fn) {
 // even when its SPS survived; then the first good SPS configures.
 int32_t hevc_record(const uint8_t *d, size_t n, qvid_config_out *out) {
     if (n < 23 || !hevc_record_walk(d, n, [](const uint8_t *, size_t) { return false; }))
-        return QVID_CFG_ERR_MALFORMED;
+        return malformed("HEVC configuration record (hvcC) cut short");
     int32_t result = QVID_CFG_NEED_MORE;
     hevc_record_walk(d, n, [&](const uint8_t *nal, size_t len) {
         const Nal r = hevc_sps(nal, len, out);

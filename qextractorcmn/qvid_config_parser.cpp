@@ -2,6 +2,7 @@
 // families that it shares with the device capability query.
 #include <string.h>
 
+#include "qextractorcmn/qcmn_config_error.h"
 #include "qextractorcmn/qcmn_vcodec.h"
 #include "qextractorcmn/qextractorcmn.h"
 
@@ -28,18 +29,6 @@ const FamilyCode kCodes[] = {
     {"AV1C", VFamily::kAv1},  {"MP43", VFamily::kMsMpeg4v3}, {"DIV3", VFamily::kMsMpeg4v3},
 };
 
-struct FamilyName {
-    const char *name;
-    VFamily family;
-};
-
-const FamilyName kNames[] = {
-    {"avc", VFamily::kAvc},     {"h264", VFamily::kAvc},   {"hevc", VFamily::kHevc},
-    {"h265", VFamily::kHevc},   {"mpeg4", VFamily::kMpeg4}, {"h263", VFamily::kH263},
-    {"mpeg2", VFamily::kMpeg2}, {"vp8", VFamily::kVp8},    {"vp9", VFamily::kVp9},
-    {"av1", VFamily::kAv1},     {"msmpeg4v3", VFamily::kMsMpeg4v3},
-};
-
 char upper(char c) { return (c >= 'a' && c <= 'z') ? (char)(c - 'a' + 'A') : c; }
 
 }  // namespace
@@ -51,29 +40,6 @@ VFamily vfamily_of_fourcc(uint32_t fourcc) {
         if (memcmp(c.code, s, 4) == 0) return c.family;
     }
     return VFamily::kUnknown;
-}
-
-VFamily vfamily_of_name(const char *name, size_t len) {
-    if (name == nullptr) return VFamily::kUnknown;
-    for (const FamilyName &f : kNames) {
-        if (strlen(f.name) != len) continue;
-        bool same = true;
-        for (size_t i = 0; i < len && same; ++i) same = upper(name[i]) == upper(f.name[i]);
-        if (same) return f.family;
-    }
-    if (len == 4) {
-        uint32_t code = 0;
-        for (int i = 3; i >= 0; --i) code = code << 8 | (uint8_t)name[i];
-        return vfamily_of_fourcc(code);
-    }
-    return VFamily::kUnknown;
-}
-
-const char *vfamily_name(VFamily f) {
-    for (const FamilyName &n : kNames) {
-        if (n.family == f) return n.name;
-    }
-    return "unknown";
 }
 
 size_t find_start_code(const uint8_t *d, size_t n, size_t from) {
@@ -91,12 +57,9 @@ size_t find_start_code(const uint8_t *d, size_t n, size_t from) {
 
 using namespace qcmn;
 
-QCMN_API int32_t qvid_config_parser(const qvid_config_in *in, qvid_config_out *out) {
-    if (in == nullptr || out == nullptr) return QVID_CFG_ERR_ARG;
-    if (in->data == nullptr && in->size != 0) return QVID_CFG_ERR_ARG;
-    const VFamily family = vfamily_of_fourcc(in->fourcc);
-    const uint8_t *d = in->data;
-    const size_t n = in->size;
+namespace {
+
+int32_t parse_family(VFamily family, const uint8_t *d, size_t n, qvid_config_out *out) {
     switch (family) {
         case VFamily::kAvc: return parse_avc_config(d, n, out);
         case VFamily::kHevc: return parse_hevc_config(d, n, out);
@@ -112,4 +75,16 @@ QCMN_API int32_t qvid_config_parser(const qvid_config_in *in, qvid_config_out *o
     }
     // No parser: configured, dimensions unknown (the caller keeps its own).
     return QVID_CFG_OK;
+}
+
+}  // namespace
+
+QCMN_API int32_t qvid_config_parser(const qvid_config_in *in, qvid_config_out *out) {
+    clear_config_error();
+    if (in == nullptr || out == nullptr) return QVID_CFG_ERR_ARG;
+    if (in->data == nullptr && in->size != 0) return QVID_CFG_ERR_ARG;
+    const int32_t r = parse_family(vfamily_of_fourcc(in->fourcc), in->data, in->size, out);
+    // A broken parameter set before a good one leaves no reason behind.
+    if (r != QVID_CFG_ERR_MALFORMED) clear_config_error();
+    return r;
 }

@@ -1,5 +1,6 @@
 // MPEG-4 part 2, MPEG-2 and H.263: start-code delimited headers.
 #include "qextractorcmn/qcmn_bitreader.h"
+#include "qextractorcmn/qcmn_config_error.h"
 #include "qextractorcmn/qcmn_vcodec.h"
 
 namespace qcmn {
@@ -28,38 +29,39 @@ bool h263_standard_size(uint32_t format, int32_t *w, int32_t *h) {
 // Picture header at d (which starts with the picture start code).
 int32_t h263_picture(const uint8_t *d, size_t n, qvid_config_out *out) {
     BitReader br(d, n);
+    auto bad = [&br](const char *why) { return malformed(br.ok() ? why : "H.263 picture header cut short"); };
     br.skip(22 + 8);  // PSC, TR
     const uint32_t marker = br.bits(2);  // PTYPE bits 1-2: '10'
     br.skip(3);  // split screen, document camera, freeze picture release
     const uint32_t format = br.bits(3);
-    if (!br.ok()) return QVID_CFG_ERR_MALFORMED;
-    if (marker != 2) return QVID_CFG_ERR_MALFORMED;
+    if (!br.ok() || marker != 2) return bad("H.263 picture header: bad PTYPE marker bits");
     int32_t w = 0, h = 0;
     if (format != 7) {
-        if (!h263_standard_size(format, &w, &h)) return QVID_CFG_ERR_MALFORMED;
+        if (!h263_standard_size(format, &w, &h)) return bad("H.263 picture header: forbidden source format");
     } else {
         // PLUSPTYPE: the optional part, with the source format, is present
         // only when UFEP says so.
         const uint32_t ufep = br.bits(3);
-        if (!br.ok()) return QVID_CFG_ERR_MALFORMED;
+        if (!br.ok()) return bad("H.263 picture header cut short");
         if (ufep == 0) return QVID_CFG_NEED_MORE;
-        if (ufep != 1) return QVID_CFG_ERR_MALFORMED;
+        if (ufep != 1) return bad("H.263 picture header: UFEP out of range");
         const uint32_t plus_format = br.bits(3);
         br.skip(15);  // optional modes, marker, reserved
         br.skip(9);   // MPPTYPE
         if (br.bit()) br.skip(2);  // CPM, PSBI
-        if (!br.ok()) return QVID_CFG_ERR_MALFORMED;
+        if (!br.ok()) return bad("H.263 picture header cut short");
         if (plus_format == 6) {
             const uint32_t par = br.bits(4);
             const uint32_t pwi = br.bits(9);
             const uint32_t one = br.bit();
             const uint32_t phi = br.bits(9);
             if (par == 15) br.skip(16);  // EPAR
-            if (!br.ok() || one != 1 || phi == 0 || par == 0) return QVID_CFG_ERR_MALFORMED;
+            if (!br.ok() || one != 1 || phi == 0 || par == 0)
+                return bad("H.263 picture header: bad custom picture format");
             w = (int32_t)((pwi + 1) * 4);
             h = (int32_t)(phi * 4);
         } else if (!h263_standard_size(plus_format, &w, &h)) {
-            return QVID_CFG_ERR_MALFORMED;
+            return bad("H.263 picture header: forbidden source format");
         }
     }
     out->width = w;
@@ -84,6 +86,7 @@ struct Mpeg4State {
 
 int32_t mpeg4_vol(const uint8_t *d, size_t n, const Mpeg4State &st, qvid_config_out *out) {
     BitReader br(d, n);
+    auto bad = [&br](const char *why) { return malformed(br.ok() ? why : "MPEG-4 VOL header cut short"); };
     br.skip(1);  // random_accessible_vol
     const uint32_t object_type = br.bits(8);
     uint32_t verid = st.vo_verid;
@@ -99,7 +102,7 @@ int32_t mpeg4_vol(const uint8_t *d, size_t n, const Mpeg4State &st, qvid_config_
         if (br.bit()) br.skip(15 + 1 + 15 + 1 + 15 + 1 + 3 + 11 + 1 + 15 + 1);  // vbv_parameters
     }
     const uint32_t shape = br.bits(2);
-    if (!br.ok()) return QVID_CFG_ERR_MALFORMED;
+    if (!br.ok()) return bad("MPEG-4 VOL header cut short");
     if (shape != 0) {
         // Not rectangular: the layer carries no frame size, and the rest of
         // its header depends on shape tools no decoder here supports.
@@ -110,7 +113,7 @@ int32_t mpeg4_vol(const uint8_t *d, size_t n, const Mpeg4State &st, qvid_config_
     br.skip(1);  // marker
     const uint32_t resolution = br.bits(16);
     br.skip(1);  // marker
-    if (!br.ok() || resolution == 0) return QVID_CFG_ERR_MALFORMED;
+    if (!br.ok() || resolution == 0) return bad("MPEG-4 VOL header: vop_time_increment_resolution is 0");
     if (br.bit()) {  // fixed_vop_rate
         unsigned increment_bits = 1;
         while (increment_bits < 16 && ((resolution - 1) >> increment_bits) != 0) ++increment_bits;
@@ -157,7 +160,7 @@ int32_t mpeg4_vol(const uint8_t *d, size_t n, const Mpeg4State &st, qvid_config_
     }
     br.skip(1);  // resync_marker_disable
     const uint32_t data_partitioned = br.bit();
-    if (!br.ok() || width == 0 || height == 0) return QVID_CFG_ERR_MALFORMED;
+    if (!br.ok() || width == 0 || height == 0) return bad("MPEG-4 VOL header: frame size is 0");
     out->width = (int32_t)width;
     out->height = (int32_t)height;
     out->profile = (int32_t)object_type;
@@ -206,7 +209,8 @@ int32_t mpeg2_stream(const uint8_t *d, size_t n, qvid_config_out *out) {
     BitReader br(d + sc + 4, n - sc - 4);
     uint32_t width = br.bits(12);
     uint32_t height = br.bits(12);
-    if (!br.ok() || width == 0 || height == 0) return QVID_CFG_ERR_MALFORMED;
+    if (!br.ok()) return malformed("MPEG-2 sequence header cut short");
+    if (width == 0 || height == 0) return malformed("MPEG-2 sequence header: frame size is 0");
     uint32_t profile = 0, level = 0, chroma = 1, interlaced = 0;
     // The sequence extension (MPEG-2 only) follows before the first GOP or
     // picture and carries two more bits of each dimension.
@@ -220,7 +224,7 @@ int32_t mpeg2_stream(const uint8_t *d, size_t n, qvid_config_out *out) {
             const uint32_t chroma_format = ext.bits(2);
             const uint32_t width_ext = ext.bits(2);
             const uint32_t height_ext = ext.bits(2);
-            if (!ext.ok()) return QVID_CFG_ERR_MALFORMED;
+            if (!ext.ok()) return malformed("MPEG-2 sequence extension cut short");
             width |= width_ext << 12;
             height |= height_ext << 12;
             profile = (profile_level >> 4) & 7;

@@ -1,6 +1,7 @@
 // VP8, VP9 and AV1: frame headers (VP8, VP9) and the sequence header OBU
 // (AV1).
 #include "qextractorcmn/qcmn_bitreader.h"
+#include "qextractorcmn/qcmn_config_error.h"
 #include "qextractorcmn/qcmn_vcodec.h"
 
 namespace qcmn {
@@ -11,16 +12,16 @@ namespace {
 
 int32_t vp8_frame(const uint8_t *d, size_t n, qvid_config_out *out) {
     if (n == 0) return QVID_CFG_NEED_MORE;
-    if (n < 3) return QVID_CFG_ERR_MALFORMED;
+    if (n < 3) return malformed("VP8 frame header cut short");
     const uint32_t version = (d[0] >> 1) & 7;
-    if (version > 3) return QVID_CFG_ERR_MALFORMED;
+    if (version > 3) return malformed("VP8 frame header: version out of range");
     if (d[0] & 1) return QVID_CFG_NEED_MORE;  // inter frame: no size in it
-    if (n < 10) return QVID_CFG_ERR_MALFORMED;
-    if (d[3] != 0x9D || d[4] != 0x01 || d[5] != 0x2A) return QVID_CFG_ERR_MALFORMED;
+    if (n < 10) return malformed("VP8 key frame header cut short");
+    if (d[3] != 0x9D || d[4] != 0x01 || d[5] != 0x2A) return malformed("VP8 key frame header: bad start code");
     // 14-bit sizes; the top two bits are an upscaling hint for display only.
     const int32_t w = (d[6] | d[7] << 8) & 0x3FFF;
     const int32_t h = (d[8] | d[9] << 8) & 0x3FFF;
-    if (w == 0 || h == 0) return QVID_CFG_ERR_MALFORMED;
+    if (w == 0 || h == 0) return malformed("VP8 key frame header: frame size is 0");
     out->width = w;
     out->height = h;
     out->profile = (int32_t)version;
@@ -55,11 +56,12 @@ bool vp9_color_config(BitReader &br, uint32_t profile, qvid_config_out *out) {
 int32_t vp9_frame(const uint8_t *d, size_t n, qvid_config_out *out) {
     if (n == 0) return QVID_CFG_NEED_MORE;
     BitReader br(d, n);
-    if (br.bits(2) != 2) return QVID_CFG_ERR_MALFORMED;  // frame_marker
+    auto bad = [&br](const char *why) { return malformed(br.ok() ? why : "VP9 frame header cut short"); };
+    if (br.bits(2) != 2) return bad("VP9 frame header: bad frame_marker");
     const uint32_t low = br.bit();
     const uint32_t profile = br.bit() << 1 | low;
     if (profile == 3) br.skip(1);  // reserved_zero
-    if (br.bit()) return br.ok() ? QVID_CFG_NEED_MORE : QVID_CFG_ERR_MALFORMED;  // show_existing_frame
+    if (br.bit()) return br.ok() ? QVID_CFG_NEED_MORE : bad("VP9 frame header cut short");  // show_existing_frame
     const uint32_t frame_type = br.bit();
     const uint32_t show_frame = br.bit();
     const uint32_t error_resilient = br.bit();
@@ -67,12 +69,12 @@ int32_t vp9_frame(const uint8_t *d, size_t n, qvid_config_out *out) {
     if (frame_type != 0) {
         intra_only = show_frame ? false : br.bit() != 0;
         if (!error_resilient) br.skip(2);  // reset_frame_context
-        if (!br.ok()) return QVID_CFG_ERR_MALFORMED;
+        if (!br.ok()) return bad("VP9 frame header cut short");
         if (!intra_only) return QVID_CFG_NEED_MORE;  // inter frame: size by reference
     }
-    if (br.bits(24) != 0x498342) return QVID_CFG_ERR_MALFORMED;  // frame_sync_code
+    if (br.bits(24) != 0x498342) return bad("VP9 frame header: bad frame_sync_code");
     if (frame_type == 0 || profile > 0) {
-        if (!vp9_color_config(br, profile, out)) return QVID_CFG_ERR_MALFORMED;
+        if (!vp9_color_config(br, profile, out)) return bad("VP9 frame header: RGB in a profile without 4:4:4");
     } else {
         out->bit_depth = 8;
         out->chroma_format = 1;
@@ -80,7 +82,7 @@ int32_t vp9_frame(const uint8_t *d, size_t n, qvid_config_out *out) {
     if (intra_only) br.skip(8);  // refresh_frame_flags
     const uint32_t w = br.bits(16) + 1;
     const uint32_t h = br.bits(16) + 1;
-    if (!br.ok()) return QVID_CFG_ERR_MALFORMED;
+    if (!br.ok()) return bad("VP9 frame header cut short");
     out->width = (int32_t)w;
     out->height = (int32_t)h;
     out->profile = (int32_t)profile;
@@ -103,7 +105,7 @@ int32_t vp9_block(const uint8_t *d, size_t n, qvid_config_out *out) {
             for (size_t f = 0; f < frames; ++f) {
                 size_t len = 0;
                 for (size_t b = 0; b < size_bytes; ++b) len |= (size_t)p[f * size_bytes + b] << (8 * b);
-                if (len > data_end - o) return QVID_CFG_ERR_MALFORMED;
+                if (len > data_end - o) return malformed("VP9 superframe index: a frame runs past the data");
                 last = vp9_frame(d + o, len, out);
                 if (last != QVID_CFG_NEED_MORE) return last;
                 o += len;
@@ -190,7 +192,8 @@ int32_t av1_sequence_header(const uint8_t *d, size_t n, qvid_config_out *out) {
     const uint32_t height_bits = br.bits(4) + 1;
     const uint64_t w = (uint64_t)br.bits(width_bits) + 1;
     const uint64_t h = (uint64_t)br.bits(height_bits) + 1;
-    if (!br.ok() || seq_profile > 2) return QVID_CFG_ERR_MALFORMED;
+    if (!br.ok()) return malformed("AV1 sequence header cut short");
+    if (seq_profile > 2) return malformed("AV1 sequence header: seq_profile out of range");
     // The remaining fields lead to the colour configuration (bit depth,
     // chroma subsampling).
     if (!reduced && br.bit()) br.skip(4 + 3);  // frame id numbers: lengths
@@ -205,9 +208,9 @@ int32_t av1_sequence_header(const uint8_t *d, size_t n, qvid_config_out *out) {
         if (order_hint) br.skip(3);  // order_hint_bits_minus_1
     }
     br.skip(3);  // superres, cdef, restoration
-    if (!av1_color_config(br, seq_profile, out)) return QVID_CFG_ERR_MALFORMED;
+    const bool colour = av1_color_config(br, seq_profile, out);
     br.skip(1);  // film_grain_params_present
-    if (!br.ok()) return QVID_CFG_ERR_MALFORMED;
+    if (!colour || !br.ok()) return malformed("AV1 sequence header cut short");
     out->width = (int32_t)w;
     out->height = (int32_t)h;
     out->profile = (int32_t)seq_profile;
@@ -220,22 +223,22 @@ int32_t av1_obus(const uint8_t *d, size_t n, qvid_config_out *out) {
     size_t o = 0;
     while (o < n) {
         const uint8_t h = d[o];
-        if (h & 0x80) return QVID_CFG_ERR_MALFORMED;  // obu_forbidden_bit
+        if (h & 0x80) return malformed("AV1 OBU header: obu_forbidden_bit set");
         const uint32_t type = (h >> 3) & 15;
         const size_t header = (h & 4) ? 2 : 1;
-        if (n - o < header) return QVID_CFG_ERR_MALFORMED;
+        if (n - o < header) return malformed("AV1 OBU header cut short");
         o += header;
         size_t size = n - o;
         if (h & 2) {  // obu_has_size_field: leb128
             uint64_t v = 0;
             size_t i = 0;
             for (;; ++i) {
-                if (i == 8 || o + i >= n) return QVID_CFG_ERR_MALFORMED;
+                if (i == 8 || o + i >= n) return malformed("AV1 OBU size field malformed");
                 v |= (uint64_t)(d[o + i] & 0x7F) << (7 * i);
                 if (!(d[o + i] & 0x80)) break;
             }
             o += i + 1;
-            if (v > n - o) return QVID_CFG_ERR_MALFORMED;
+            if (v > n - o) return malformed("AV1 OBU runs past the data");
             size = (size_t)v;
         }
         if (type == 1) return av1_sequence_header(d + o, size, out);
@@ -249,7 +252,7 @@ int32_t av1_config(const uint8_t *d, size_t n, qvid_config_out *out) {
     // An av1C record starts with marker 1 and version 1; an OBU header can
     // never have its top bit set.
     if (d[0] & 0x80) {
-        if (d[0] != 0x81 || n < 4) return QVID_CFG_ERR_MALFORMED;
+        if (d[0] != 0x81 || n < 4) return malformed("AV1 configuration record (av1C) malformed");
         return av1_obus(d + 4, n - 4, out);
     }
     return av1_obus(d, n, out);

@@ -30,7 +30,8 @@ struct Expected {
 
 const Expected kExpected[] = {
     {"h264_aac.mkv", "h264+aac", "va"}, {"h264_aac_cues_front.mkv", "h264+aac", "va"},
-    {"h264_aac_30s.mkv", "h264+aac", "va"}, {"hevc_aac.mkv", "hevc+aac", "va"}, {"vp8_vorbis.mkv", "vp8+vorbis", "va"},
+    {"h264_aac_30s.mkv", "h264+aac", "va"}, {"hevc_aac.mkv", "hevc+aac", "va"}, {"h264_uhd.mkv", "h264", "v"},
+    {"vp8_vorbis.mkv", "vp8+vorbis", "va"},
     {"vp9_opus.webm", "vp9+opus", "va"}, {"av1_opus.mkv", "av1+opus", "va"}, {"mpeg4_mp3.mkv", "mpeg4+mp3", "va"},
     {"mpeg2_ac3.mkv", "mpeg2video+ac3", "va"}, {"eac3.mka", "eac3", "a"}, {"flac.mka", "flac", "a"},
     {"vorbis.mka", "vorbis", "a"}, {"opus.mka", "opus", "a"}, {"mp3.mka", "mp3", "a"},

@@ -174,15 +174,31 @@ TEST(Extractor, UnsupportedTracksAreListedWithTheirStatus) {
     EXPECT_EQ(1572864, i32(o->formats[1], AMEDIAFORMAT_KEY_MAX_INPUT_SIZE));
     EXPECT_EQ(0, i32(o->formats[3], AMEDIAFORMAT_KEY_ERROR_TYPE));
     EXPECT_EQ("video/x-matroska", str(o->fileMeta, AMEDIAFORMAT_KEY_MIME));
+    const char *const words[] = {"unsupported: codec 0x2001 is not in the audio whitelist",
+                                 "unsupported: codec *DIR is not in the video whitelist",
+                                 "unsupported: an unidentified codec is not in the subtitle whitelist", "plays"};
+    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(words[i], str(o->formats[i], AMEDIAFORMAT_KEY_TRACK_STATUS)) << i;
 }
 
-TEST(Extractor, MalformedVorbisHeadersFailTheTrack) {
-    Bytes priv = cat({Bytes{2, 30, 2}, Bytes(30, 0x11), Bytes{3, 'c'}, Bytes{5, 's', 'e', 't'}});
-    priv[3] = 9;  // not an identification header
+TEST(Extractor, MalformedConfigurationsFailTheTrackInTheParsersWords) {
+    Bytes vorbis = cat({Bytes{2, 30, 2}, Bytes(30, 0x11), Bytes{3, 'c'}, Bytes{5, 's', 'e', 't'}});
+    vorbis[3] = 9;  // not an identification header
+    // One SPS, cut after its level, and one PPS.
+    const Bytes avcC = {1, 0x42, 0, 0x1E, 0xFF, 0xE1, 0, 4, 0x67, 0x42, 0, 0x1E, 1, 0, 2, 0x68, 0xCE};
     LogCapture log;
-    auto o = openBytes(oneTrack(trackEntry(1, 2, "A_VORBIS", {bin_el(mkv::CodecPrivate, priv)})));
-    ASSERT_EQ(1u, o->formats.size());
-    EXPECT_EQ(-1003, i32(o->formats[0], AMEDIAFORMAT_KEY_ERROR_TYPE));
+    auto o = openBytes(file({segmentInfo(),
+                             tracks({trackEntry(1, 2, "A_VORBIS", {bin_el(mkv::CodecPrivate, vorbis)}),
+                                     trackEntry(2, 1, "V_MPEG4/ISO/AVC", {bin_el(mkv::CodecPrivate, avcC)}),
+                                     trackEntry(3, 2, "A_AAC", {bin_el(mkv::CodecPrivate, {0x16, 0x90})})}),
+                             clusterOf(0, {simpleBlock(1, 0, 0x80, Bytes{1})})}));
+    ASSERT_EQ(3u, o->formats.size());
+    const char *const words[] = {"Vorbis header packets malformed", "AVC SPS cut short",
+                                 "AAC AudioSpecificConfig: reserved sampling frequency"};
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(-1003, i32(o->formats[i], AMEDIAFORMAT_KEY_ERROR_TYPE)) << i;
+        EXPECT_EQ(std::string("bad codec configuration: ") + words[i],
+                  str(o->formats[i], AMEDIAFORMAT_KEY_TRACK_STATUS));
+    }
     EXPECT_TRUE(log.contains("vorbis csd is malformed"));
 }
 

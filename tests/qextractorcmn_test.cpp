@@ -26,10 +26,14 @@
 #include "qextractorcmn/qextractorcmn.h"
 #include "tests/support/av_oracle.h"
 #include "tests/support/corpus.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_dir.h"
 
 using Bytes = std::vector<uint8_t>;
 using qmkv_test::AvVideoParams;
 using qmkv_test::avProbeVideo;
+using qmkv_test::LogCapture;
+using qmkv_test::TempDir;
 
 namespace {
 
@@ -446,6 +450,7 @@ struct VCase {
     // Prefixes that are complete headers in their own right may configure
     // differently (e.g. a sequence header without its extension).
     int32_t alt_width = -1, alt_height = -1;
+    const char *why = nullptr;  // the parser's reason for a malformed input, when checked
 };
 
 int sign(int32_t v) { return v > 0 ? 1 : v < 0 ? -1 : 0; }
@@ -462,8 +467,9 @@ std::vector<VCase> videoCases() {
     auto ok = [&](std::string name, uint32_t code, Bytes data, int32_t w, int32_t h, int32_t dp = 0, Props p = {}) {
         v.push_back(VCase{std::move(name), code, std::move(data), 0, w, h, dp, p});
     };
-    auto fails = [&](std::string name, uint32_t code, Bytes data, int32_t result_sign) {
+    auto fails = [&](std::string name, uint32_t code, Bytes data, int32_t result_sign, const char *why = nullptr) {
         v.push_back(VCase{std::move(name), code, std::move(data), result_sign});
+        v.back().why = why;
     };
 
     // AVC: the crop unit depends on chroma format and field coding.
@@ -484,12 +490,16 @@ std::vector<VCase> videoCases() {
     ok("avc_length_prefixed", kAvc, cat({{0, 0, 0, (uint8_t)nal.size()}, nal, {0, 0, 0, 4, 0x68, 0xCE, 0x38, 0x80}}),
        176, 144);
     fails("avc_avcC_without_sps", kAvc, {1, 0x42, 0, 0x1E, 0xFF, 0xE0, 0}, 1);
-    fails("avc_avcC_pps_cut", kAvc, Bytes(record.begin(), record.end() - 1), -1);
+    fails("avc_avcC_pps_cut", kAvc, Bytes(record.begin(), record.end() - 1), -1,
+          "AVC configuration record (avcC) cut short");
+    fails("avc_sps_cut", kAvc, cat({{0, 0, 0, 1}, Bytes(nal.begin(), nal.begin() + 4)}), -1, "AVC SPS cut short");
     fails("avc_avcC_sps_overruns", kAvc, cat({{1, 0x42, 0, 0x1E, 0xFF, 0xE1, 0x01, 0x00}, nal}), -1);
     fails("avc_frame_without_sps", kAvc, cat({startCode({0x09, 0xF0}), startCode({0x41, 0x9A, 0x02, 0x0C})}), 1);
-    fails("avc_no_start_code", kAvc, {0x65, 0x88, 0x84, 0x21, 0xA0}, -1);
+    fails("avc_no_start_code", kAvc, {0x65, 0x88, 0x84, 0x21, 0xA0}, -1,
+          "neither start codes nor NAL length prefixes: not a stream of this codec");
     fails("avc_crop_too_large", kAvc, make(avc, [](auto &s) { s.crop[3] = 600; }), -1);
-    fails("avc_bad_chroma_format", kAvc, make(avc, [](auto &s) { s.profile = 100, s.chroma = 4; }), -1);
+    fails("avc_bad_chroma_format", kAvc, make(avc, [](auto &s) { s.profile = 100, s.chroma = 4; }), -1,
+          "AVC SPS: chroma_format_idc out of range");
 
     // HEVC
     ok("hevc_sub_layers_ptl", kHevc, make(hevc, [](auto &s) {
@@ -503,7 +513,7 @@ std::vector<VCase> videoCases() {
     const Bytes sps = hevcSpsNal(qcif), hrec = hvcC(sps);
     ok("hevc_hvcC_record", kHevc, hrec, 176, 144);
     ok("hevc_length_prefixed", kHevc, cat({{0, 0, 0, (uint8_t)sps.size()}, sps}), 176, 144);
-    fails("hevc_hvcC_cut", kHevc, Bytes(hrec.begin(), hrec.end() - 3), -1);
+    fails("hevc_hvcC_cut", kHevc, Bytes(hrec.begin(), hrec.end() - 3), -1, "HEVC configuration record (hvcC) cut short");
     qcif.layer_id = 1;
     fails("hevc_sps_of_other_layer", kHevc, startCode(hevcSpsNal(qcif)), 1);
     fails("hevc_frame_without_sps", kHevc, startCode({0x26, 0x01, 0xAF, 0x1D, 0x80}), 1);
@@ -540,7 +550,7 @@ std::vector<VCase> videoCases() {
     v.back().alt_width = 16;  // the sequence header alone is a complete MPEG-1 header
     v.back().alt_height = 4;
     fails("mpeg2_picture_only", kMpg2, {0, 0, 1, 0x00, 0x00, 0x0F, 0xFF, 0xF8}, 1);
-    fails("mpeg2_zero_width", kMpg2, mpeg2(0, 576, true), -1);
+    fails("mpeg2_zero_width", kMpg2, mpeg2(0, 576, true), -1, "MPEG-2 sequence header: frame size is 0");
 
     // H.263: the standard formats in a PLUSPTYPE, which ffmpeg does not write.
     const int32_t kStd[6][2] = {{0, 0}, {128, 96}, {176, 144}, {352, 288}, {704, 576}, {1408, 1152}};
@@ -568,7 +578,7 @@ std::vector<VCase> videoCases() {
     ok("av1_no_size_field", kAv1, cat({obu(2, {}), obu(1, av1Seq({}), false)}), 200, 120);
     fails("av1_frame_only", kAv1, cat({obu(2, {}), obu(6, Bytes(30, 0x44))}), 1);
     fails("av1_obu_overruns", kAv1, cat({{0x0A, 0x40}, av1Seq({})}), -1);
-    fails("av1_forbidden_bit", kAv1, {0x12, 0x00, 0x8A, 0x01, 0x00}, -1);
+    fails("av1_forbidden_bit", kAv1, {0x12, 0x00, 0x8A, 0x01, 0x00}, -1, "AV1 OBU header: obu_forbidden_bit set");
     Av1Seq a = with<Av1Seq>([](auto &s) {
         s.timing = s.decoder_model = s.display_delay = s.frame_ids = true, s.points = 3, s.level = 12;
         s.width = 3840, s.height = 2160;
@@ -576,7 +586,8 @@ std::vector<VCase> videoCases() {
     ok("av1_timing_decoder_model_points", kAv1, av1(a), 3840, 2160, 0, {-1, 12});
     a.timing = a.order_hint = a.choose_sct = a.force_sct = false;
     ok("av1_no_order_hint_no_sct", kAv1, av1(a), 3840, 2160);
-    fails("av1_reserved_profile", kAv1, make(av1, [](auto &s) { s.profile = 3, s.srgb = true; }), -1);
+    fails("av1_reserved_profile", kAv1, make(av1, [](auto &s) { s.profile = 3, s.srgb = true; }), -1,
+          "AV1 sequence header: seq_profile out of range");
     ok("av1_reduced_still", kAv1, make(av1, [](auto &s) { s.reduced = true, s.width = 65536, s.height = 1; }), 65536,
        1);
 
@@ -584,7 +595,7 @@ std::vector<VCase> videoCases() {
     Vp9 vf = with<Vp9>([](auto &f) { f.profile = 3, f.ten_or_twelve = 1, f.ss_x = f.ss_y = 0, f.color_space = 7; });
     ok("vp9_profile3_rgb", kVp9, vp9(vf), 200, 120, 0, {3, -1, 12, 3});
     vf.profile = 0;
-    fails("vp9_profile0_rgb", kVp9, vp9(vf), -1);
+    fails("vp9_profile0_rgb", kVp9, vp9(vf), -1, "VP9 frame header: RGB in a profile without 4:4:4");
     ok("vp9_largest_size", kVp9, make(vp9, [](auto &f) { f.width = 65536, f.height = 1; }), 65536, 1);
     vf = with<Vp9>([](auto &f) { f.frame_type = 1, f.show = false, f.intra_only = true; });
     ok("vp9_intra_only_profile0", kVp9, vp9(vf), 200, 120);
@@ -606,7 +617,7 @@ std::vector<VCase> videoCases() {
     fails("vp8_inter_frame", kVp8, vp8(false, 0, 0), 1);
     Bytes bad = vp8(true, 200, 120);
     bad[4] = 0x02;
-    fails("vp8_bad_start_code", kVp8, bad, -1);
+    fails("vp8_bad_start_code", kVp8, bad, -1, "VP8 key frame header: bad start code");
     fails("vp8_zero_width", kVp8, vp8(true, 0, 120), -1);
     fails("vp8_bad_version", kVp8, vp8(true, 200, 120, 5), -1);
 
@@ -649,7 +660,10 @@ TEST_P(VideoCase, Parses) {
     Exact e(c.data.data(), c.data.size());
     int32_t r = 0;
     const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
+    const char *why = qcmn_config_error();
     ASSERT_EQ(sign(r), c.result) << "result " << r;
+    EXPECT_EQ(r == -1, why != nullptr) << "a reason exactly with a malformed result";
+    EXPECT_STREQ(c.why != nullptr ? c.why : why, why);
     if (r != 0) {
         EXPECT_TRUE(allZero(out)) << "a failed parse must leave the record untouched";
         return;
@@ -673,6 +687,7 @@ TEST_P(VideoCase, EveryPrefix) {
         Exact e(c.data.data(), len);
         int32_t r = 0;
         const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
+        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << "prefix " << len;
         if (r != 0) {
             EXPECT_TRUE(allZero(out)) << "prefix " << len;
             continue;
@@ -689,6 +704,7 @@ TEST_P(VideoCase, BitFlips) {
     forEachBitFlip(GetParam().data, [&](const Exact &e, size_t bit) {
         int32_t r = 0;
         const qvid_config_out out = parseVideo(GetParam().fourcc, e.buf.get(), e.size, &r);
+        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << bit;
         if (r != 0) return;
         EXPECT_TRUE(out.width >= 0 && out.width <= 65536 && out.height >= 0 && out.height <= 65536) << bit;
         EXPECT_TRUE(out.data_partitioned == 0 || out.data_partitioned == 1) << bit;
@@ -732,6 +748,7 @@ struct ACase {
     Bytes data;
     int32_t result;
     int32_t profile = 0, rate = 0, channels = 0, object_type = 0, frame_length = 0, ext_type = 0, ext_rate = 0;
+    const char *why = nullptr;  // the parser's reason for a malformed input, when checked
     // Bytes of the configuration that already form a complete one with a
     // different (core-only) profile: prefixes of at least this length may
     // configure with the core values.
@@ -806,11 +823,13 @@ std::vector<ACase> audioCases() {
     bad("null_object_type", {0x02, 0x10});
     bad("reserved_object_type", {0x5A, 0x10});            // 11
     bad("reserved_frequency_index", {0x16, 0x90});        // 13
+    v.back().why = "AAC AudioSpecificConfig: reserved sampling frequency";
     bad("reserved_channel_configuration", {0x12, 0x40});  // 8
     bad("explicit_frequency_zero", {0x17, 0x80, 0x00, 0x00, 0x10});
     bad("sbr_over_sbr", asc(5).u(4, 6).u(4, 2).u(4, 3).u(5, 5).u(3, 0).out);
     bad("opus_tag", {0x12, 0x10}, QAUD_CFG_ERR_UNSUPPORTED, fcc("Opus"));
     bad("one_byte", {0x12});
+    v.back().why = "AAC AudioSpecificConfig cut short";
     return v;
 }
 
@@ -821,7 +840,10 @@ TEST_P(AudioCase, Parses) {
     Exact e(c.data.data(), c.data.size());
     int32_t r = 0;
     const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
+    const char *why = qcmn_config_error();
     ASSERT_EQ(r, c.result);
+    EXPECT_EQ(r == -1, why != nullptr) << "a reason exactly with a malformed result";
+    EXPECT_STREQ(c.why != nullptr ? c.why : why, why);
     if (r != 0) {
         EXPECT_TRUE(allZero(out));
         return;
@@ -843,6 +865,7 @@ TEST_P(AudioCase, EveryPrefix) {
         Exact e(c.data.data(), len);
         int32_t r = 0;
         const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
+        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << "prefix " << len;
         if (r != 0) {
             EXPECT_LT(r, 0) << "prefix " << len;
             EXPECT_TRUE(allZero(out));
@@ -952,16 +975,6 @@ bool haveEncoder(const std::string &name) {
 #define REQUIRE_ENCODER(name) \
     if (!haveEncoder(name)) GTEST_SKIP() << "ffmpeg is missing or has no encoder " << (name)
 
-struct TempDir {
-    const std::string path = [] {
-        char tmpl[] = "/tmp/qextractorcmn_test.XXXXXX";
-        return std::string(mkdtemp(tmpl) ? tmpl : "");
-    }();
-    ~TempDir() {
-        std::error_code ec;
-        if (!path.empty()) std::filesystem::remove_all(path, ec);
-    }
-};
 
 // Runs ffmpeg on a lavfi `source` with `args` into `out`; the muxer comes
 // from `format` (or the file name when empty).
@@ -1218,13 +1231,14 @@ TEST(CorpusConfigs, AgreeWithLibavformat) {
 
 class DeviceProfile : public ::testing::Test {
 protected:
-    void TearDown() override { unsetenv("QMKV_DEVICE_PROFILE"); }
+    void TearDown() override { unsetenv("QMKV_CODEC_LIST"); }
 
-    // Writes `text` to a profile file and points the variable at it.
-    void useProfile(const std::string &text) {
-        const std::string path = dir_.path + "/profile.txt";
-        std::ofstream(path) << text;
-        setenv("QMKV_DEVICE_PROFILE", path.c_str(), 1);
+    // Writes the files (paths relative to a fresh folder) and points the
+    // variable at the first.
+    void useList(const std::vector<std::pair<std::string, std::string>> &files) {
+        std::filesystem::create_directories(dir_.path + "/etc");
+        for (const auto &f : files) std::ofstream(dir_.path + "/" + f.first) << f.second;
+        setenv("QMKV_CODEC_LIST", (dir_.path + "/" + files[0].first).c_str(), 1);
     }
 
     // Both queries' results and outputs: "<result> <flag> | <result> <landscape> <portrait>";
@@ -1246,7 +1260,7 @@ protected:
 const char *const kDefault = "0 1 | 0 4096x2176 2176x4096", *const kUnsupported = "0 0 | -109 1920x1088 1088x1920";
 
 TEST_F(DeviceProfile, DefaultDecodesTheWhitelistUpTo4096x2176) {
-    unsetenv("QMKV_DEVICE_PROFILE");
+    unsetenv("QMKV_CODEC_LIST");
     for (const char *s : {"MPG2", "mpg2", "H263", "S263", "h263", "s263", "AVC1", "avc1", "hvc1", "hev1", "VP80",
                           "VP90", "av01", "H264", "X264", "h264", "x264", "FMP4", "fmp4", "XVID", "xvid", "MP4V",
                           "mp4v"})
@@ -1269,59 +1283,103 @@ TEST_F(DeviceProfile, BadQueriesAndSizes) {
     EXPECT_EQ(qvid_get_mm_spec(101, kAvc, &d, 32), 0) << "a larger output is fine";
 }
 
-TEST_F(DeviceProfile, FileReplacesTheDefault) {
-    useProfile("# a smaller device\n"
-               "AVC1 1920 1088 1088 1920\n"
-               "  hevc\t3840 2176 2176 3840   # by family name\n"
-               "vp9 1280 720 720 1280\r\n"
-               "\n"
-               "mp43 352 288 288 352\n"
-               "av1 4096 2304 2304 4096\n"
-               "av1 unsupported\n");
-    for (const char *s : {"AVC1", "avc1", "H264", "x264"}) EXPECT_EQ(query(s), "0 1 | 0 1920x1088 1088x1920") << s;
-    EXPECT_EQ(query("hvc1"), "0 1 | 0 3840x2176 2176x3840");
-    EXPECT_EQ(query("VP90"), "0 1 | 0 1280x720 720x1280");
-    EXPECT_EQ(query("MP43"), "0 1 | 0 352x288 288x352");
-    EXPECT_EQ(query("av01"), kUnsupported) << "the later line wins";
-    for (const char *s : {"MPG2", "H263", "VP80", "MP4V", "XVID"}) EXPECT_EQ(query(s), kUnsupported) << s;
+// Codec lists laid out as devices ship them.
+TEST_F(DeviceProfile, CodecListReplacesTheDefault) {
+    const std::string top = "etc/media_codecs.xml";
+    struct {
+        const char *what;
+        std::vector<std::pair<std::string, std::string>> files;
+        std::vector<std::pair<const char *, const char *>> expect;
+    } cases[] = {
+        {"type attribute; portrait is the declared size swapped",
+         {{top, R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.avc.decoder" type="video/avc">
+              <Limit name="size" min="96x96" max="4096x2304"/><Feature name="adaptive-playback"/>
+              </MediaCodec></Decoders></MediaCodecs>)"}},
+         {{"AVC1", "0 1 | 0 4096x2304 2304x4096"}, {"x264", "0 1 | 0 4096x2304 2304x4096"}, {"hev1", kUnsupported},
+          {"MP43", kUnsupported}}},
+        {"Type children with their own limits, else the codec's; no size at all is the default size",
+         {{top, R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.multi.decoder">
+              <Limit name="size" max="1920x1088"/>
+              <Type name="video/hevc"><Limit name="size" min="96x96" max="8192x4320"/></Type>
+              <Type name="video/x-vnd.on2.vp9"/></MediaCodec>
+              <MediaCodec name="c2.vendor.vp8.decoder" type="video/x-vnd.on2.vp8"/>
+              <MediaCodec name="c2.vendor.mpeg2.decoder" type="video/mpeg2"><Limit name="size" range="16x16-1920x1088"/>
+              </MediaCodec><MediaCodec name="c2.vendor.divx3.decoder" type="video/divx311"/>
+              </Decoders></MediaCodecs>)"}},
+         {{"hev1", "0 1 | 0 8192x4320 4320x8192"}, {"VP90", "0 1 | 0 1920x1088 1088x1920"}, {"VP80", kDefault},
+          {"mpg2", "0 1 | 0 1920x1088 1088x1920"}, {"MP43", kDefault}, {"AVC1", kUnsupported}}},
+        {"secure decoders do not count; an optional secure-playback feature does",
+         {{top, R"(<MediaCodecs><Decoders>
+              <MediaCodec name="c2.vendor.avc.decoder.secure" type="video/avc"><Limit name="size" max="4096x2304"/></MediaCodec>
+              <MediaCodec name="OMX.vendor.hevc.dec" type="video/hevc">
+                <Feature name="secure-playback" required="true"/></MediaCodec>
+              <MediaCodec name="c2.vendor.vp9.decoder" type="video/x-vnd.on2.vp9"><Limit name="size" max="3840x2160"/>
+                <Feature name="secure-playback"/></MediaCodec>
+              <MediaCodec name="c2.vendor.av1.decoder"><Type name="video/av01">
+                <Feature name="secure-playback" required="true"/></Type></MediaCodec>
+              </Decoders></MediaCodecs>)"}},
+         {{"AVC1", kUnsupported}, {"hev1", kUnsupported}, {"VP90", "0 1 | 0 3840x2160 2160x3840"},
+          {"av01", kUnsupported}}},
+        {"several decoders of one type: the largest, with updates to a declared codec",
+         {{top, R"(<MediaCodecs><Decoders>
+              <MediaCodec name="c2.android.avc.decoder" type="video/avc"><Limit name="size" max="4080x4080"/></MediaCodec>
+              <MediaCodec name="c2.vendor.avc.decoder" type="video/avc"><Limit name="size" max="4096x2304"/></MediaCodec>
+              <MediaCodec name="c2.vendor.hevc.decoder" type="video/hevc"><Limit name="size" max="1920x1088"/></MediaCodec>
+              <MediaCodec name="c2.vendor.hevc.decoder" update="true"><Limit name="size" max="7680x4320"/></MediaCodec>
+              <MediaCodec name="c2.vendor.vp9.decoder" type="video/x-vnd.on2.vp9" update="true"/>
+              </Decoders></MediaCodecs>)"}},
+         {{"AVC1", "0 1 | 0 4080x4080 4080x4080"}, {"hev1", "0 1 | 0 7680x4320 4320x7680"}, {"VP90", kUnsupported}}},
+        {"includes beside the including file, nested, in a cycle, missing or not a file name; encoders ignored",
+         {{top, R"(<MediaCodecs><Include href="media_codecs_google_video.xml"/>
+              <Include href="media_codecs_missing.xml"/><Include href="../media_codecs_x.xml"/>
+              <Decoders><Include href="media_codecs_vendor.xml"/></Decoders>
+              <Encoders><MediaCodec name="c2.vendor.avc.encoder" type="video/avc"/></Encoders></MediaCodecs>)"},
+          {"etc/media_codecs_google_video.xml", R"(<Included><Decoders>
+              <MediaCodec name="c2.android.vp9.decoder" type="video/x-vnd.on2.vp9"><Limit name="size" max="2048x2048"/>
+              </MediaCodec></Decoders><Include href="media_codecs_cycle.xml"/></Included>)"},
+          {"etc/media_codecs_cycle.xml", R"(<Included><Include href="media_codecs_google_video.xml"/>
+              <Decoders><MediaCodec name="c2.android.av1.decoder" type="video/av01"/></Decoders></Included>)"},
+          {"etc/media_codecs_vendor.xml", R"(<Included><Decoders><MediaCodec name="c2.vendor.hevc.decoder">
+              <Type name="video/hevc"><Limit name="size" max="4096x2304"/></Type></MediaCodec></Decoders></Included>)"},
+          {"media_codecs_x.xml", R"(<Included><Decoders><MediaCodec name="x" type="video/mpeg2"/></Decoders></Included>)"}},
+         {{"VP90", "0 1 | 0 2048x2048 2048x2048"}, {"av01", kDefault}, {"hev1", "0 1 | 0 4096x2304 2304x4096"},
+          {"AVC1", kUnsupported}, {"mpg2", kUnsupported}}},
+    };
+    for (const auto &c : cases) {
+        useList(c.files);
+        for (const auto &e : c.expect) EXPECT_EQ(query(e.first), e.second) << c.what << ": " << e.first;
+    }
 }
 
-TEST_F(DeviceProfile, MalformedOrMissingFileFallsBackToDefault) {
-    for (const char *text : {"AVC1 1920 1088 1088\n", "AVC1 1920 1088 1088 1920 7\n", "WMV3 1 1 1 1\n",
-                             "AVC1 0 1088 1088 1920\n", "AVC1 1920x1088 1 1 1\n", "AVC1 99999999 1 1 1\n",
-                             "VP80 maybe\n"}) {
-        useProfile(std::string("hevc 640 480 480 640\n") + text);
-        EXPECT_EQ(query("hev1"), kDefault) << text;
-        EXPECT_EQ(query("MPG2"), kDefault) << text;
+TEST_F(DeviceProfile, UnusableListsFallBackToTheDefaultWithALogLine) {
+    const std::string top = "etc/media_codecs.xml";
+    const std::pair<std::string, std::string> broken[] = {
+        {"<MediaCodecs><Decoders></MediaCodecs>", "line 1: XML_ERROR_MISMATCHED_ELEMENT"},
+        {"", "XML_ERROR_EMPTY_DOCUMENT"},
+        {"<MediaProfiles/>", "is not a codec list (root element <MediaProfiles>)"},
+        {"<MediaCodecs><Include href=\"media_codecs_bad.xml\"/></MediaCodecs>", "media_codecs_bad.xml line 1"},
+    };
+    for (const auto &b : broken) {
+        useList({{top, b.first}, {"etc/media_codecs_bad.xml", "<Included><Decoders>"}});
+        LogCapture log;
+        EXPECT_EQ(query("hev1"), kDefault) << b.first;
+        EXPECT_TRUE(log.contains(b.second)) << b.first;
+        EXPECT_TRUE(log.contains("; using the built-in profile")) << b.first;
     }
-    for (const std::string &path : {dir_.path + "/missing", std::string()}) {
-        setenv("QMKV_DEVICE_PROFILE", path.c_str(), 1);
+    for (const std::string &path : {dir_.path + "/missing.xml", dir_.path}) {
+        setenv("QMKV_CODEC_LIST", path.c_str(), 1);
+        LogCapture log;
         EXPECT_EQ(query("AVC1"), kDefault) << path;
+        EXPECT_TRUE(log.contains("codec list " + path + ": cannot read it: ")) << path;
     }
-}
-
-TEST_F(DeviceProfile, ParserReportsTheBadLine) {
-    qcmn::DeviceProfile p;
-    int bad = 0;
-    auto parse = [&](const std::string &t) { return qcmn::parse_device_profile(t.data(), t.size(), &p, &bad); };
-    EXPECT_TRUE(parse("# x\nvp8 1 2 3 4\nVP90 unsupported\n"));
-    EXPECT_TRUE(p.supported[(int)qcmn::VFamily::kVp8]);
-    EXPECT_EQ(p.limits[(int)qcmn::VFamily::kVp8].portrait_height, 4);
-    EXPECT_FALSE(p.supported[(int)qcmn::VFamily::kVp9]);
-    EXPECT_FALSE(p.supported[(int)qcmn::VFamily::kAvc]);
-    EXPECT_FALSE(parse("vp8 1 2 3 4\n\n# fine\nbogus 1 2 3 4\n"));
-    EXPECT_EQ(bad, 4);
-    EXPECT_TRUE(parse("")) << "an empty profile decodes nothing";
-    EXPECT_FALSE(p.supported[(int)qcmn::VFamily::kAvc]);
-    EXPECT_TRUE(parse("av1 7680 4320 4320 7680"));  // no final newline
-    EXPECT_EQ(p.limits[(int)qcmn::VFamily::kAv1].landscape_width, 7680);
 }
 
 // Framework components read these keys by their strings.
 TEST(ExtMediaFormatKeys, DocumentedStrings) {
     const std::pair<const char *, const char *> keys[] = {
         {AMEDIAFORMAT_KEY_FOURCC, "fourcc"}, {AMEDIAFORMAT_KEY_TRACK_FOURCC, "track-fourcc"},
-        {AMEDIAFORMAT_KEY_ERROR_TYPE, "error-type"}, {AMEDIAFORMAT_KEY_ERROR_LOGGABLE, "error-loggable"},
+        {AMEDIAFORMAT_KEY_ERROR_TYPE, "error-type"}, {AMEDIAFORMAT_KEY_TRACK_STATUS, "track-status"},
+        {AMEDIAFORMAT_KEY_ERROR_LOGGABLE, "error-loggable"},
         {AMEDIAFORMAT_KEY_TRACK_NAME, "track-name"}, {AMEDIAFORMAT_KEY_IS_MP4_DP, "is-mp4-dp"},
         {AMEDIAFORMAT_KEY_I_FRAME_AVG_INTERVAL, "i-frame-avg-interval"},
         {AMEDIAFORMAT_KEY_ALLOW_FRAME_REORDERING, "allow-frame-reordering"},

@@ -7,7 +7,8 @@
 # file that a later run would take for finished.
 #
 # Everything is small (160x120, a few seconds) because CI builds it on every
-# run; only h264_aac_30s.mkv is long, to give seeking room.
+# run; only h264_aac_30s.mkv is long, to give seeking room, and h264_uhd.mkv
+# large, a few frames of 3840x2160.
 set -euo pipefail
 set -f  # the filter expressions below hold glob characters
 
@@ -288,6 +289,8 @@ gen h264_aac_30s.mkv "H.264 (key frame every 1 s, B-frames) + AAC-LC stereo 48 k
 gen hevc_aac.mkv "HEVC (libx265) 160x120 + AAC-LC stereo 48 kHz, 3 s" \
   "${FF[@]}" $(video 3) $(stereo 3 48000) -c:v libx265 -preset ultrafast -crf 32 -g 25 \
   -x265-params log-level=error -pix_fmt yuv420p "${AAC[@]}" OUT
+gen h264_uhd.mkv "H.264 3840x2160 5 fps, 2 s, video only: beyond a small device's size limit" \
+  "${FF[@]}" -f lavfi -i "testsrc2=size=3840x2160:rate=5:duration=2" "${X264[@]}" -crf 45 OUT
 gen vp8_vorbis.mkv "VP8 160x120 + Vorbis stereo 44.1 kHz, 3 s" \
   "${FF[@]}" $(video 3) $(stereo 3 44100) -c:v libvpx -deadline realtime -cpu-used 8 -b:v 150k -g 25 \
   -c:a libvorbis -q:a 1 OUT

@@ -3,6 +3,7 @@
 #include <libgen.h>
 #include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <string>
@@ -14,12 +15,14 @@
 #include "counted_source.h"
 #include "options.h"
 #include "plugin_mode.h"
+#include "probe_util.h"
 
 namespace {
 
 const char kUsage[] =
-    "usage: qmkvprobe [--core] [--json] [--packets] [--seek US[:MODE]] [--count] [--seek-count N] "
-    "[--plugin PATH] FILE\n";
+    "usage: qmkvprobe [--core] [--json] [--packets] [--seek US[:MODE]] [--count] [--seek-count N] [--plugin PATH]\n"
+    "                 [--device LIST] [--map OUT.svg|OUT.png] FILE\n"
+    "       qmkvprobe --help\n";
 
 // The plug-in built beside this tool.
 std::string defaultPlugin() {
@@ -39,6 +42,17 @@ int main(int argc, char **argv) {
         fprintf(stderr, "qmkvprobe: %s\n%s", error.c_str(), kUsage);
         return 2;
     }
+    if (opts.help) {
+        fputs(kUsage, stdout);
+        return 0;
+    }
+    if (!qmkvprobe::checkInput(opts.file, &error) ||
+        (!opts.device.empty() && !qmkvprobe::checkInput(opts.device, &error))) {
+        fprintf(stderr, "qmkvprobe: %s\n", error.c_str());
+        return 1;
+    }
+    // The plug-in reads the device's codec list from here at every judgement.
+    if (!opts.device.empty()) setenv("QMKV_CODEC_LIST", opts.device.c_str(), 1);
     if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
 
     qmkvhost::FileSource file(opts.file.c_str());

@@ -34,7 +34,9 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
-        if (a == "--core") {
+        if (a == "--help") {
+            opts->help = true;
+        } else if (a == "--core") {
             opts->core = true;
         } else if (a == "--json") {
             opts->json = true;
@@ -55,6 +57,8 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
             }
         } else if (a == "--plugin" && hasValue) {
             opts->plugin = argv[++i];
+        } else if (a == "--device" && hasValue) {
+            opts->device = argv[++i];
         } else if (a.size() > 1 && a[0] == '-') {
             *error = "unknown or incomplete option: " + a;
             return false;
@@ -65,7 +69,7 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
             return false;
         }
     }
-    if (opts->file.empty()) {
+    if (opts->file.empty() && !opts->help) {
         *error = "no file given";
         return false;
     }

@@ -9,6 +9,7 @@
 namespace qmkvprobe {
 
 struct Options {
+    bool help = false;
     bool core = false;
     bool json = false;
     bool packets = false;
@@ -18,10 +19,12 @@ struct Options {
     std::string seekMode = "prev";
     int64_t seekCount = -1;
     std::string plugin;
+    std::string device;  // the device's codec list; empty for the built-in default
     std::string file;
 };
 
 // Parses argv into `opts`; on bad usage returns false with `error` set.
+// With --help no file is needed.
 bool parseOptions(int argc, char **argv, Options *opts, std::string *error);
 
 }  // namespace qmkvprobe

@@ -11,6 +11,7 @@
 #include "counted_source.h"
 #include "format_json.h"
 #include "probe_util.h"
+#include "qextractorcmn/ExtMediaFormatDef.h"
 #include "seek_targets.h"
 
 using nlohmann::ordered_json;
@@ -48,9 +49,25 @@ void readFormats(qmkvhost::Extractor &ex, Formats *f) {
     }
 }
 
+// A track's format with the plug-in's words for its status under "status",
+// next to the status code.
+ordered_json trackJson(AMediaFormat *format) {
+    const ordered_json keys = formatToJson(format);
+    const auto words = keys.find(AMEDIAFORMAT_KEY_TRACK_STATUS);
+    const ordered_json status = words != keys.end() ? *words : ordered_json("not reported by the plug-in");
+    ordered_json j = ordered_json::object();
+    for (auto &[key, value] : keys.items()) {
+        if (key == AMEDIAFORMAT_KEY_TRACK_STATUS) continue;
+        j[key] = value;
+        if (key == AMEDIAFORMAT_KEY_ERROR_TYPE) j["status"] = status;
+    }
+    if (!j.contains("status")) j["status"] = status;
+    return j;
+}
+
 ordered_json formatsJson(const Formats &f) {
     ordered_json tracks = ordered_json::array();
-    for (AMediaFormat *t : f.tracks) tracks.push_back(formatToJson(t));
+    for (AMediaFormat *t : f.tracks) tracks.push_back(trackJson(t));
     return ordered_json{{"file", formatToJson(f.file)}, {"tracks", tracks}};
 }
 
@@ -62,6 +79,7 @@ struct Counts {
 bool readTrack(const Options &opts, qmkvhost::Extractor &ex, size_t index, Counts *counts) {
     std::unique_ptr<qmkvhost::Track> track = ex.getTrack(index);
     media_status_t status = track != nullptr ? track->start() : AMEDIA_ERROR_UNKNOWN;
+    const bool started = status == AMEDIA_OK;
     uint32_t options = opts.seek ? seekOptions(opts.seekMode) : 0;
     while (status == AMEDIA_OK) {
         qmkvhost::Sample sample;
@@ -91,8 +109,11 @@ bool readTrack(const Options &opts, qmkvhost::Extractor &ex, size_t index, Count
             printf("\n");
         }
     }
-    if (track != nullptr) track->stop();
+    // The framework stops only a track that started.
+    if (started) track->stop();
     if (status == AMEDIA_ERROR_END_OF_STREAM) return true;
+    fprintf(stderr, "qmkvprobe: track %zu %s (status %d)\n", index, started ? "ended in a read error" : "did not start",
+            status);
     if (!opts.count) {
         if (opts.json)
             printf("%s\n", ordered_json({{"track", index}, {"error", status}}).dump().c_str());

@@ -1,11 +1,37 @@
 #include "probe_util.h"
 
+#include <errno.h>
 #include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include <zlib.h>
 
 namespace qmkvprobe {
+
+bool checkInput(const std::string &path, std::string *why) {
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) {
+        *why = path + ": " + strerror(errno);
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        *why = path + " is a directory";
+        return false;
+    }
+    FILE *f = fopen(path.c_str(), "rb");
+    if (f == nullptr) {
+        *why = "cannot read " + path + ": " + strerror(errno);
+        return false;
+    }
+    fclose(f);
+    if (st.st_size == 0) {
+        *why = path + " is empty";
+        return false;
+    }
+    return true;
+}
 
 double now() {
     struct timespec ts;

@@ -10,6 +10,9 @@
 
 namespace qmkvprobe {
 
+// False, with the reason in `why`, when `path` is missing, a directory,
+// unreadable or empty.
+bool checkInput(const std::string &path, std::string *why);
 // Monotonic wall time in seconds.
 double now();
 // zlib CRC-32 of the bytes, 8 lowercase hex digits.
