@@ -42,6 +42,7 @@ int32_t readCoreTrack(qmkvd *inst, int index, const CoreSeek &seek,
         CoreFrame f{index, 0, 0, 0, nullptr, 0};
         r = readFrame(s, buf, &f);
         if (r != 0) break;
+        f.stream = s;
         onFrame(f);
     }
     qmkvds_close(s);

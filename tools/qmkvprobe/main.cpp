@@ -12,6 +12,7 @@
 
 #include "core_mode.h"
 #include "counted_source.h"
+#include "map.h"
 #include "options.h"
 #include "plugin_mode.h"
 
@@ -19,7 +20,7 @@ namespace {
 
 const char kUsage[] =
     "usage: qmkvprobe [--core] [--json] [--packets] [--seek US[:MODE]] [--count] [--seek-count N] "
-    "[--plugin PATH] FILE\n";
+    "[--plugin PATH] [--map OUT.svg|OUT.png] FILE\n";
 
 // The plug-in built beside this tool.
 std::string defaultPlugin() {
@@ -28,6 +29,19 @@ std::string defaultPlugin() {
     if (n <= 0) return "libqmkvextractor.so";
     exe[n] = '\0';
     return std::string(dirname(exe)) + "/libqmkvextractor.so";
+}
+
+int probe(const qmkvprobe::Options &opts) {
+    if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
+
+    android::FileSource file(opts.file.c_str());
+    if (file.initCheck() != android::OK) {
+        fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
+        return 1;
+    }
+    qmkvprobe::CountedSource counted(file.wrap());
+    android::DataSourceHelper source(counted.source());
+    return qmkvprobe::runCore(opts, &source, counted);
 }
 
 }  // namespace
@@ -39,14 +53,8 @@ int main(int argc, char **argv) {
         fprintf(stderr, "qmkvprobe: %s\n%s", error.c_str(), kUsage);
         return 2;
     }
-    if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
-
-    android::FileSource file(opts.file.c_str());
-    if (file.initCheck() != android::OK) {
-        fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
-        return 1;
-    }
-    qmkvprobe::CountedSource counted(file.wrap());
-    android::DataSourceHelper source(counted.source());
-    return qmkvprobe::runCore(opts, &source, counted);
+    const int status = probe(opts);
+    if (opts.map.empty()) return status;
+    const int mapStatus = qmkvprobe::writeMap(opts.file, opts.map);
+    return status != 0 ? status : mapStatus;
 }

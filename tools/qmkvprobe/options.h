@@ -18,6 +18,7 @@ struct Options {
     std::string seekMode = "prev";
     int64_t seekCount = -1;
     std::string plugin;
+    std::string map;  // --map: where to draw the picture of the file
     std::string file;
 };
 
