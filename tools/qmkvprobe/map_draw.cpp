@@ -2,6 +2,7 @@
 
 #include <cairo-svg.h>
 #include <cairo.h>
+#include <fontconfig/fontconfig.h>
 
 #include <algorithm>
 
@@ -210,6 +211,9 @@ bool drawMap(const FileMap &map, const std::string &path, std::string *error) {
     cairo_surface_finish(surface);
     if (status == CAIRO_STATUS_SUCCESS) status = cairo_surface_status(surface);
     cairo_surface_destroy(surface);
+    // Fonts stay cached for later drawings otherwise; there are none.
+    cairo_debug_reset_static_data();
+    FcFini();
     if (status != CAIRO_STATUS_SUCCESS) *error = cairo_status_to_string(status);
     return status == CAIRO_STATUS_SUCCESS;
 }
