@@ -138,6 +138,21 @@ int32_t qmkvds_get_frm(qmkvds *s, uint8_t *buf, uint32_t buf_size, uint32_t *siz
     return s->get_frm(s, buf, buf_size, size, pts, end, key);
 }
 
+int32_t qmkvds_get_block_pos(qmkvds *s, int64_t *block_pos, uint32_t *frames, int64_t *cluster_pos,
+                             int64_t *cluster_time) {
+    const int32_t r = check_open(s);
+    if (r != 0) return r;
+    if (block_pos == nullptr || frames == nullptr || cluster_pos == nullptr || cluster_time == nullptr)
+        return QMKVD_ERR_ARGUMENT;
+    // Opening, and every search for a block, clear the position first.
+    if (s->block.data_pos == 0) return QMKVD_ERR_IMPOSSIBLE;
+    *block_pos = s->block.data_pos;
+    *frames = (uint32_t)s->lace_last + 1;
+    *cluster_pos = s->cluster.parse_start;
+    *cluster_time = qmkvd_ticks_to_100ns((int64_t)s->cluster.timecode, s->timecode_scale);
+    return 0;
+}
+
 int64_t get_time_pts(qmkvds *s, uint64_t cluster_timecode, int16_t relative_timecode) {
     const int32_t r = check_open(s);
     if (r != 0) return r;

@@ -23,6 +23,13 @@ QCMN_API int32_t qmkvds_get_frm_default(qmkvds *stream, uint8_t *buf, uint32_t b
 QCMN_API int32_t qmkvds_get_frm_onebyone(qmkvds *stream, uint8_t *buf, uint32_t buf_size, uint32_t *size,
                                          int64_t *pts, int64_t *end, uint32_t *key);
 
+// Where the block of the frame last read (or held by a size query) lies:
+// the file position of its data, how many frames are laced in it, and the
+// data position and start time (100 ns) of its Cluster. 0; -3 before the
+// first block; -2 not open; -7 bad handle or a missing argument.
+QCMN_API int32_t qmkvds_get_block_pos(qmkvds *stream, int64_t *block_pos, uint32_t *frames, int64_t *cluster_pos,
+                                      int64_t *cluster_time);
+
 // Block time from its timecodes; synthetic time from the frame count.
 QCMN_API int64_t get_time_pts(qmkvds *stream, uint64_t cluster_timecode, int16_t relative_timecode);
 QCMN_API int64_t get_time_dts(qmkvds *stream, uint64_t cluster_timecode, int16_t relative_timecode);

@@ -4,19 +4,18 @@
 #include <stdio.h>
 #include <strings.h>
 
-#include <media/stagefright/MediaDefs.h>
-
 #include "demux/qmkvd.h"
 #include "extractor/qmkv_extractor.h"
 #include "qextractorcmn/ExtMediaFormatDef.h"
+#include "qextractorcmn/qcmn_fcc2mime.h"
 
 namespace android {
 
 namespace {
 
 bool knownMime(const char *mime) {
-    return mime != nullptr && mime[0] != '\0' && strcasecmp(mime, MEDIA_MIMETYPE_UNKNOWN) != 0 &&
-           strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_UNKNOWN) != 0 && strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_UNKNOWN) != 0;
+    return mime != nullptr && mime[0] != '\0' && strcasecmp(mime, QCMN_MIMETYPE_UNKNOWN) != 0 &&
+           strcasecmp(mime, QCMN_MIMETYPE_VIDEO_UNKNOWN) != 0 && strcasecmp(mime, QCMN_MIMETYPE_AUDIO_UNKNOWN) != 0;
 }
 
 // A codec as a person can look it up: its media type, else its code.

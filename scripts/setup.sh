@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config googletest libgtest-dev
   android-libutils-dev android-liblog-dev android-libbase-dev
-  zlib1g-dev nlohmann-json3-dev libtinyxml2-dev
+  zlib1g-dev nlohmann-json3-dev libtinyxml2-dev libcairo2-dev
   ffmpeg mkvtoolnix libavformat-dev libavcodec-dev libavutil-dev libwebm-dev python3
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly
   gstreamer1.0-plugins-bad gstreamer1.0-libav

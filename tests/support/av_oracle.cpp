@@ -111,6 +111,7 @@ AvPacket convert(const AVPacket *pkt, AVRational tb) {
     AvPacket p;
     p.stream = pkt->stream_index;
     p.pts_us = toUs(pkt->pts, tb);
+    p.pos = pkt->pos;
     p.key = (pkt->flags & AV_PKT_FLAG_KEY) != 0;
     if (pkt->size > 0) p.data.assign(pkt->data, pkt->data + pkt->size);
     return p;

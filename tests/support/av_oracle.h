@@ -38,6 +38,7 @@ struct AvStream {
 struct AvPacket {
     int stream = -1;
     int64_t pts_us = kAvNoTime;
+    int64_t pos = -1;  // byte offset of the block, when known
     bool key = false;
     std::vector<uint8_t> data;
 };

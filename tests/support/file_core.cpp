@@ -33,6 +33,8 @@ std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last, boo
             r = qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &f.pts, &f.end, &f.key);
             if (r != 0) break;
             f.blockEnd = s->block.data_pos + (int64_t)s->block.data_size;
+            int64_t clusterPos = 0, clusterTime = 0;
+            qmkvds_get_block_pos(s, &f.blockPos, &f.laces, &clusterPos, &clusterTime);
             f.data.assign(buf.begin(), buf.begin() + size);
             frames.push_back(std::move(f));
         }

@@ -33,6 +33,8 @@ struct CoreFrame {
     int64_t pts = 0, end = 0;  // 100 ns
     uint32_t key = 0;
     int64_t blockEnd = 0;  // file offset just past the frame's block
+    int64_t blockPos = -1;  // where its block's data starts in the file
+    uint32_t laces = 0;     // frames in its block
     std::vector<uint8_t> data;
 };
 

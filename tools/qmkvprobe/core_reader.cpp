@@ -37,6 +37,7 @@ int32_t readCoreTrack(qmkvd *inst, int index, const CoreSeek &seek,
         CoreFrame f{index, 0, 0, 0, nullptr, 0};
         r = readCoreFrame(s, buf, &f);
         if (r != 0) break;
+        f.stream = s;
         onFrame(f);
     }
     qmkvds_close(s);

@@ -18,6 +18,7 @@ struct CoreFrame {
     uint32_t key;
     const uint8_t *data;
     uint32_t size;
+    qmkvds *stream = nullptr;  // the handle it came from, for questions about it
 };
 
 struct CoreSeek {

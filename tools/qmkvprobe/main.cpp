@@ -13,6 +13,7 @@
 
 #include "core_mode.h"
 #include "counted_source.h"
+#include "map.h"
 #include "options.h"
 #include "plugin_mode.h"
 #include "probe_util.h"
@@ -31,6 +32,19 @@ std::string defaultPlugin() {
     if (n <= 0) return "libqmkvextractor.so";
     exe[n] = '\0';
     return std::string(dirname(exe)) + "/libqmkvextractor.so";
+}
+
+int probe(const qmkvprobe::Options &opts) {
+    if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
+
+    qmkvhost::FileSource file(opts.file.c_str());
+    if (file.initCheck() != android::OK) {
+        fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
+        return 1;
+    }
+    qmkvprobe::CountedSource counted(file.wrap());
+    android::DataSourceHelper source(counted.source());
+    return qmkvprobe::runCore(opts, &source, counted);
 }
 
 }  // namespace
@@ -53,14 +67,8 @@ int main(int argc, char **argv) {
     }
     // The plug-in reads the device's codec list from here at every judgement.
     if (!opts.device.empty()) setenv("QMKV_CODEC_LIST", opts.device.c_str(), 1);
-    if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
-
-    qmkvhost::FileSource file(opts.file.c_str());
-    if (file.initCheck() != android::OK) {
-        fprintf(stderr, "qmkvprobe: cannot open %s\n", opts.file.c_str());
-        return 1;
-    }
-    qmkvprobe::CountedSource counted(file.wrap());
-    android::DataSourceHelper source(counted.source());
-    return qmkvprobe::runCore(opts, &source, counted);
+    const int status = probe(opts);
+    if (opts.map.empty()) return status;
+    const int mapStatus = qmkvprobe::writeMap(opts.file, opts.map);
+    return status != 0 ? status : mapStatus;
 }

@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "map.h"
+
 namespace qmkvprobe {
 
 namespace {
@@ -59,6 +61,12 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
             opts->plugin = argv[++i];
         } else if (a == "--device" && hasValue) {
             opts->device = argv[++i];
+        } else if (a == "--map" && hasValue) {
+            opts->map = argv[++i];
+            if (!isMapPath(opts->map)) {
+                *error = "--map writes .svg or .png: " + opts->map;
+                return false;
+            }
         } else if (a.size() > 1 && a[0] == '-') {
             *error = "unknown or incomplete option: " + a;
             return false;

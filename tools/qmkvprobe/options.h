@@ -20,6 +20,7 @@ struct Options {
     int64_t seekCount = -1;
     std::string plugin;
     std::string device;  // the device's codec list; empty for the built-in default
+    std::string map;  // --map: where to draw the picture of the file
     std::string file;
 };
 
