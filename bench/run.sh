@@ -31,6 +31,27 @@ if ! dpkg-query -W -f='${Status}' valgrind 2>/dev/null | grep -q 'install ok ins
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends valgrind >/dev/null
 fi
 
+# mkvparser's header, which Debian's libwebm-dev does not install: taken from
+# the source package of the installed libwebm1 (the same version), fetched
+# with apt-get through a private state directory whose sources are the
+# system's own with deb-src types, so the system's apt state is untouched.
+WEBM_SRC="$OUT/libwebm-src"
+if [ ! -f "$WEBM_SRC/mkvparser/mkvparser.h" ]; then
+  echo "bench: fetching mkvparser's header (libwebm source package)" >&2
+  APT_DIR="$OUT/libwebm-apt"
+  mkdir -p "$APT_DIR/parts" "$APT_DIR/lists/partial" "$APT_DIR/cache/archives/partial" "$WEBM_SRC"
+  { [ -f /etc/apt/sources.list ] && sed -n 's/^deb /deb-src /p' /etc/apt/sources.list; } >"$APT_DIR/sources.list" || true
+  for f in /etc/apt/sources.list.d/*.sources; do
+    [ -f "$f" ] && sed 's/^Types:.*/Types: deb-src/' "$f" >"$APT_DIR/parts/$(basename "$f")"
+  done
+  APT=(apt-get -qq -o Dir::Etc::SourceList="$APT_DIR/sources.list" -o Dir::Etc::SourceParts="$APT_DIR/parts"
+    -o Dir::State::Lists="$APT_DIR/lists" -o Dir::Cache="$APT_DIR/cache")
+  "${APT[@]}" update
+  (cd "$APT_DIR" && "${APT[@]}" source --download-only "libwebm=$(dpkg-query -W -f='${Version}' libwebm1)")
+  tar -xf "$APT_DIR"/libwebm_*.orig.tar.* -C "$WEBM_SRC" --strip-components=1 --wildcards '*/mkvparser/mkvparser.h'
+  rm -rf "$APT_DIR"
+fi
+
 # -g only adds line tables for callgrind's annotations; the code is the
 # Release build's.
 cmake -S "$ROOT" -B "$OUT" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-g \
@@ -43,7 +64,7 @@ echo "bench: harness ($REPS reps, $OPEN_REPS open reps, $SEEKS seeks per track)"
 "$OUT/qmkv_bench" --files "$FILES" --reps "$REPS" --open-reps "$OPEN_REPS" --seeks "$SEEKS" \
   --json "$OUT/bench.json" 2>"$OUT/bench.log" | tee "$OUT/bench.md"
 
-READERS=(raw raw-source core core-direct plugin lavf libwebm)
+READERS=(raw mapped raw-source core core-direct plugin lavf libwebm mkvparser)
 NAMES=(hd1080.mkv opus11m.mka vorbis_laced.mkv long2h_cues.mkv long2h_nocues.mkv)
 
 echo "bench: readAt and memcpy counts" >&2
@@ -60,7 +81,7 @@ if [ "$CALLGRIND" != 0 ]; then
   for f in "${NAMES[@]}"; do
     for r in "${READERS[@]}"; do
       for phase in read open; do
-        case "$r" in raw*) [ "$phase" = open ] && continue ;; esac
+        case "$r" in raw* | mapped) [ "$phase" = open ] && continue ;; esac
         LD_BIND_NOW=1 valgrind --tool=callgrind --instr-atstart=no --callgrind-out-file="$OUT/cg/$r.$phase.$f.out" \
           "$OUT/qmkv_bench" --child "$r" "$FILES/$f" --phase "$phase" >/dev/null 2>&1 || true
       done
