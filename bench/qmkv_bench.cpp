@@ -176,10 +176,12 @@ int runChild(const std::string &kindName, const std::string &path, const std::st
 }
 
 // Runs a child (`args` after --child) and returns the numbers of its JSON
-// line by key; empty when it failed.
+// line by key; empty when it failed. The dynamic linker binds every symbol
+// at load, as the platform's does, so that a fresh process's first calls
+// do not pay for lazy binding inside the timed part.
 std::map<std::string, double> childValues(const std::string &exe, const std::string &args) {
     std::map<std::string, double> out;
-    const std::string cmd = "'" + exe + "' --child " + args + " 2>/dev/null";
+    const std::string cmd = "LD_BIND_NOW=1 '" + exe + "' --child " + args + " 2>/dev/null";
     FILE *p = popen(cmd.c_str(), "r");
     if (p == nullptr) return out;
     char line[4096];
