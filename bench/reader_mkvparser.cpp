@@ -76,12 +76,23 @@ public:
         return true;
     }
     bool firstFrame(Sink &sink) override { return readFrom(mSegment->GetFirst(), 0, sink); }
-    bool canSeek() const override { return mSegment->GetCues() != nullptr; }
+    bool canSeek() const override { return findCues() != nullptr; }
     bool beginTrack(int) override { return canSeek(); }
     bool seekRead(int track, int64_t timeUs, Sink &sink) override {
-        const mkvparser::Cues *cues = mSegment->GetCues();
-        const mkvparser::Track *t = mSegment->GetTracks()->GetTrackByIndex((unsigned long)track);
+        const mkvparser::Cues *cues = findCues();
+        const mkvparser::Tracks *tracks = mSegment->GetTracks();
+        const mkvparser::Track *t = tracks->GetTrackByIndex((unsigned long)track);
         if (cues == nullptr || t == nullptr) return false;
+        // As the platform does: the cue of the video track (the key frame
+        // every track resumes after), any track's when there is no video.
+        const mkvparser::Track *cueTrack = t;
+        for (unsigned long i = 0; i < tracks->GetTracksCount(); ++i) {
+            const mkvparser::Track *v = tracks->GetTrackByIndex(i);
+            if (v != nullptr && v->GetType() == mkvparser::Track::kVideo) {
+                cueTrack = v;
+                break;
+            }
+        }
         const long long ns = timeUs * 1000;
         while (!cues->DoneParsing()) {
             cues->LoadCuePoint();
@@ -90,13 +101,28 @@ public:
         }
         const mkvparser::CuePoint *point = nullptr;
         const mkvparser::CuePoint::TrackPosition *position = nullptr;
-        if (!cues->Find(ns, t, point, position) || position == nullptr) return false;
+        if (!cues->Find(ns, cueTrack, point, position) || position == nullptr) return false;
         return readFrom(mSegment->FindOrPreloadCluster(position->m_pos), t->GetNumber(), sink);
     }
     void endTrack(int) override {}
     IoCounts io() const override { return mSource ? mSource->counts() : IoCounts(); }
 
 private:
+    // The Cues, located through the SeekHead the first time (the headers
+    // parsed at open stop before them when they follow the Clusters).
+    const mkvparser::Cues *findCues() const {
+        if (mSegment->GetCues() != nullptr) return mSegment->GetCues();
+        const mkvparser::SeekHead *head = mSegment->GetSeekHead();
+        for (int i = 0; head != nullptr && i < head->GetCount(); ++i) {
+            const mkvparser::SeekHead::Entry *e = head->GetEntry(i);
+            if (e->id != 0x1C53BB6B) continue;  // the Cues
+            long long pos = 0;
+            long len = 0;
+            mSegment->ParseCues(e->pos, pos, len);
+            break;
+        }
+        return mSegment->GetCues();
+    }
     // The Cluster after `c`, loaded from the file when it is not yet (as the
     // platform's block iterator moves on); null at the end.
     const mkvparser::Cluster *next(const mkvparser::Cluster *c) {
