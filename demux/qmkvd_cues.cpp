@@ -190,7 +190,9 @@ struct CuesReader {
     // Makes the buffer hold the element's bytes [at, at + n) as far as the
     // file has them; false only when memory runs out. At most one read,
     // plus one per doubling of the buffer.
-    bool hold(uint64_t at, uint64_t n) {
+    bool hold(uint64_t at, uint64_t n) { return at + n <= begin + have || refill(at, n); }
+
+    __attribute__((noinline)) bool refill(uint64_t at, uint64_t n) {
         if (at > begin + have) {  // an element passed over whole: its bytes are not read
             const uint64_t skip = at - (begin + have);
             const uint64_t skipped = skip < left ? skip : left;
@@ -234,8 +236,6 @@ struct CuesReader {
     // Bytes held from `at` on, and a pointer to them.
     uint64_t avail(uint64_t at) const { return at >= begin + have ? 0 : begin + have - at; }
     const uint8_t *at(uint64_t offset) const { return buf + (offset - begin); }
-    // Whether the element's bytes end before `at` (what the file held).
-    bool done(uint64_t at) const { return (ended || left == 0) && at >= begin + have; }
     bool truncated() const { return short_file || (ended && left > 0); }
     bool short_file = false;  // the file's size says it ends inside the element
 };
@@ -253,13 +253,14 @@ int32_t walk_cues(const qmkvd *inst, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cu
     uint64_t pos = 0;
     for (;;) {
         if (!r.hold(pos, kMaxHeaderSize)) return -1;
-        if (r.avail(pos) == 0) break;
+        const uint64_t avail = r.avail(pos);
+        if (avail == 0) break;  // nothing more in what the file holds
         uint32_t id = 0;
         uint64_t size = 0;
-        const int32_t hdr = read_header(r.at(pos), r.avail(pos), &id, &size);
+        const int32_t hdr = read_header(r.at(pos), avail, &id, &size);
         if (hdr < 0) {
             // Only a header cut by the end of the file is forgiven.
-            if (r.truncated() && r.avail(pos) < kMaxHeaderSize) break;
+            if (r.truncated() && avail < kMaxHeaderSize) break;
             return -1;
         }
         const uint64_t data = pos + (uint64_t)hdr;
@@ -283,8 +284,6 @@ int32_t walk_cues(const qmkvd *inst, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cu
         // Nothing after this element in what the file holds: the walk ends.
         if (size >= limit - data) break;
         pos = data + size;
-        if (!r.hold(pos, 1)) return -1;
-        if (r.done(pos)) break;
     }
     return 0;
 }
