@@ -52,36 +52,49 @@ void remember(qmkvd *file, int64_t pos, const uint8_t *bytes, uint32_t n) {
     memcpy(r->bytes, bytes, n);
 }
 
-// Puts the file's bytes [pos, pos + size) into w->bytes: what is held
-// elsewhere (above) comes from there, the rest from the data source, so
-// that two streams reading the same stretch (each passing over the other's
-// blocks) ask for its bytes about once. Stops early at the end of the file;
-// every pass copies or reads something or stops, and there are no more
-// passes than places that hold bytes.
-void gather(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint32_t size) {
+// Puts the file's bytes [pos, pos + size) into `out`: what is held
+// elsewhere (above) is copied from there, the rest read from the data
+// source, so that two streams reading the same stretch (each passing over
+// the other's blocks) ask for its bytes about once. Returns the bytes put;
+// fewer at the end of the file. Every pass copies or reads something or
+// stops, and there are no more passes than places that hold bytes. `keep`:
+// small reads are kept for the other streams (fills, not frames). Called
+// under the file's window lock when `w` has a file.
+uint32_t take(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out, uint32_t size,
+              bool keep) {
     // Nothing is asked for past the end of the file.
     const int64_t file_size = w->file != nullptr ? w->file->file_size : 0;
     if (file_size > 0 && file_size - pos < (int64_t)size) size = pos < file_size ? (uint32_t)(file_size - pos) : 0;
-    while (w->len < size) {
-        const int64_t at = pos + w->len;
-        uint32_t n = size - w->len;
+    uint32_t done = 0;
+    while (done < size) {
+        const int64_t at = pos + done;
+        uint32_t n = size - done;
         int64_t next = INT64_MAX;
         const qmkvd_window *o = w->file != nullptr ? held_elsewhere(w, at, &next) : nullptr;
         if (o != nullptr) {
             const uint32_t held = o->len - (uint32_t)(at - o->start);
             if (held < n) n = held;
-            memcpy(w->bytes + w->len, o->bytes + (at - o->start), n);
-            w->len += n;
+            memcpy(out + done, o->bytes + (at - o->start), n);
+            done += n;
             continue;
         }
         if (next - at < (int64_t)n) n = (uint32_t)(next - at);
-        if (mfal->setpos(fp, &at) != 0) return;
-        const int32_t got = mfal->read(fp, w->bytes + w->len, (int32_t)n);
-        if (got <= 0) return;
-        if (w->file != nullptr) remember(w->file, at, w->bytes + w->len, (uint32_t)got);
-        w->len += (uint32_t)got;
-        if ((uint32_t)got < n) return;
+        if (mfal->setpos(fp, &at) != 0) break;
+        const int32_t got = mfal->read(fp, out + done, (int32_t)n);
+        if (got <= 0) break;
+        if (keep && w->file != nullptr) remember(w->file, at, out + done, (uint32_t)got);
+        done += (uint32_t)got;
+        if ((uint32_t)got < n) break;
     }
+    return done;
+}
+
+void lock(const qmkvd_window *w) {
+    if (w->file != nullptr) pthread_mutex_lock(&w->file->window_lock);
+}
+
+void unlock(const qmkvd_window *w) {
+    if (w->file != nullptr) pthread_mutex_unlock(&w->file->window_lock);
 }
 
 // Refills the window from `pos` with at least `want` bytes (capacity
@@ -95,11 +108,11 @@ bool fill(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint3
     if (w->next_fill > w->cap) w->next_fill = w->cap;
     uint32_t size = want > w->next_fill ? want : w->next_fill;
     if (size > w->cap) size = w->cap;
-    if (w->file != nullptr) pthread_mutex_lock(&w->file->window_lock);
+    lock(w);
     w->len = 0;
     w->start = pos;
-    if (size > 0) gather(w, mfal, fp, pos, size);
-    if (w->file != nullptr) pthread_mutex_unlock(&w->file->window_lock);
+    w->len = size > 0 ? take(w, mfal, fp, pos, w->bytes, size, true) : 0;
+    unlock(w);
     return w->len > 0;
 }
 
@@ -155,11 +168,12 @@ uint32_t qmkvd_window_copy(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, i
     }
     int64_t at = pos + done;
     if (done < n) {
-        // The rest in one read of the file, straight into the caller's buffer.
-        if (mfal->setpos(fp, &at) != 0) return done;
-        const int32_t got = mfal->read(fp, out + done, (int32_t)(n - done));
-        if (got > 0) done += (uint32_t)got;
-        return done;
+        // The rest straight into the caller's buffer: what other streams'
+        // windows hold copied from there, the rest in one read of the file.
+        lock(w);
+        done += take(w, mfal, fp, at, out + done, n - done, false);
+        unlock(w);
+        at = pos + done;
     }
     mfal->setpos(fp, &at);
     return done;
