@@ -21,15 +21,18 @@ SEEKS=${BENCH_SEEKS:-100}
 CALLGRIND=${BENCH_CALLGRIND:-1}
 
 # What the product build needs (compiler, Android host libraries, ffmpeg,
-# mkvtoolnix, libavformat, libwebm), then what only the benchmark needs:
-# valgrind (callgrind and its client-request header).
+# mkvtoolnix, libavformat, libwebm), then what only the benchmark needs.
 "$ROOT/scripts/setup.sh"
-if ! dpkg-query -W -f='${Status}' valgrind 2>/dev/null | grep -q 'install ok installed'; then
-  echo "bench: installing valgrind" >&2
-  SUDO=""
-  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends valgrind >/dev/null
-fi
+# valgrind (callgrind and its client-request header) and linux-perf (the
+# profile of the open).
+for pkg in valgrind linux-perf; do
+  if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
+    echo "bench: installing $pkg" >&2
+    SUDO=""
+    [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+    DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "$pkg" >/dev/null
+  fi
+done
 
 # mkvparser's header, which Debian's libwebm-dev does not install: taken from
 # the source package of the installed libwebm1 (the same version), fetched
@@ -91,5 +94,18 @@ if [ "$CALLGRIND" != 0 ]; then
     callgrind_annotate --inclusive=yes "$OUT/cg/plugin.read.$f.out" >"$OUT/cg/plugin.read.$f.incl.txt" 2>/dev/null || true
   done
 fi
+
+# The open of the 2-hour file in a fresh process: where its new pages are
+# first touched (page faults by function), for the core and libavformat.
+echo "bench: perf profile of the open (page faults)" >&2
+mkdir -p "$OUT/perf"
+for r in core lavf; do
+  LD_BIND_NOW=1 perf stat -x, -e page-faults,task-clock -o "$OUT/perf/open.$r.stat" \
+    "$OUT/qmkv_bench" --child "$r" "$FILES/long2h_cues.mkv" --phase first >/dev/null 2>&1 || true
+  LD_BIND_NOW=1 perf record -q -e page-faults -c 1 -g -o "$OUT/perf/open.$r.data" \
+    "$OUT/qmkv_bench" --child "$r" "$FILES/long2h_cues.mkv" --phase first >/dev/null 2>&1 || true
+  perf report -i "$OUT/perf/open.$r.data" --stdio --no-children --sort dso,symbol -g none \
+    >"$OUT/perf/open.$r.txt" 2>/dev/null || true
+done
 
 python3 "$ROOT/bench/where.py" "$OUT" | tee "$OUT/where.md"
