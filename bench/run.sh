@@ -17,7 +17,7 @@ OUT=${BENCH_OUT:-$ROOT/build-bench}
 FILES=${BENCH_FILES_DIR:-$OUT/files}
 REPS=${BENCH_REPS:-5}
 OPEN_REPS=${BENCH_OPEN_REPS:-10}
-SEEKS=${BENCH_SEEKS:-100}
+SEEKS=${BENCH_SEEKS:-200}
 CALLGRIND=${BENCH_CALLGRIND:-1}
 
 # What the product build needs (compiler, Android host libraries, ffmpeg,
