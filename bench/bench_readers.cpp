@@ -1,6 +1,7 @@
 #include "bench_readers.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,26 +34,40 @@ namespace {
 
 // ---------------------------------------------------------------------------
 // Raw read limits: the whole file, 1 MiB at a time, into one reused buffer,
-// either through plain pread(2) on its own descriptor (what any reader of
-// the file could reach) or through the counted host source every reader
-// under test uses (what a reader of that source can reach: the source maps
-// the file, so its page table entries are faulted in as the copy goes). No
-// frames.
+// through plain pread(2) on its own descriptor (what any reader of the file
+// could reach), through a mapping of the file of its own (the copy the
+// host's source makes for every read, with the page table entries faulted
+// in as it goes: what any reader of that source could reach), or through
+// the counted host source every reader under test uses. No frames.
+
+enum class RawWay { kPread, kMapped, kSource };
 
 class RawReader : public Reader {
 public:
-    explicit RawReader(bool throughSource) : mThroughSource(throughSource) {}
+    explicit RawReader(RawWay way) : mWay(way) {}
     ~RawReader() override {
+        if (mMap != MAP_FAILED) munmap(mMap, (size_t)mSize);
         if (mFd >= 0) close(mFd);
     }
-    const char *name() const override { return mThroughSource ? "raw source" : "raw pread"; }
+    const char *name() const override {
+        switch (mWay) {
+            case RawWay::kPread: return "raw pread";
+            case RawWay::kMapped: return "mapped copy";
+            case RawWay::kSource: return "raw source";
+        }
+        return "?";
+    }
     bool open(const std::string &path, std::string *error) override {
-        if (mThroughSource) {
+        if (mWay == RawWay::kSource) {
             mSource.reset(new CountingSource(path));
             mSize = mSource->ok() ? mSource->size() : -1;
         } else {
             mFd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
             mSize = mFd < 0 ? -1 : lseek(mFd, 0, SEEK_END);
+            if (mWay == RawWay::kMapped && mSize > 0) {
+                mMap = mmap(nullptr, (size_t)mSize, PROT_READ, MAP_PRIVATE, mFd, 0);
+                if (mMap == MAP_FAILED) mSize = -1;
+            }
         }
         if (mSize < 0) *error = "cannot open " + path;
         return mSize >= 0;
@@ -63,10 +78,19 @@ public:
         uint8_t *buf = sink.room(chunk);
         int64_t pos = 0;
         for (;;) {
-            const ssize_t n = mThroughSource ? mSource->readAt(pos, buf, chunk) : pread(mFd, buf, chunk, pos);
+            ssize_t n = 0;
+            switch (mWay) {
+                case RawWay::kSource: n = mSource->readAt(pos, buf, chunk); break;
+                case RawWay::kPread: n = pread(mFd, buf, chunk, pos); break;
+                case RawWay::kMapped:
+                    n = (ssize_t)std::min<int64_t>((int64_t)chunk, mSize - pos);
+                    memcpy(buf, static_cast<const uint8_t *>(mMap) + pos, (size_t)n);
+                    break;
+            }
             if (n <= 0) break;
-            if (!mThroughSource) {
+            if (mWay != RawWay::kSource) {
                 mCounts.calls++;
+                mCounts.asked += chunk;
                 mCounts.bytes += (uint64_t)n;
             }
             pos += n;
@@ -82,8 +106,9 @@ public:
     IoCounts io() const override { return mSource ? mSource->counts() : mCounts; }
 
 private:
-    bool mThroughSource;
+    RawWay mWay;
     int mFd = -1;
+    void *mMap = MAP_FAILED;
     std::unique_ptr<CountingSource> mSource;
     int64_t mSize = 0;
     IoCounts mCounts;
@@ -725,19 +750,21 @@ private:
 const char *kindName(Kind k) {
     switch (k) {
         case Kind::kRaw: return "raw";
+        case Kind::kMapped: return "mapped";
         case Kind::kRawSource: return "raw-source";
         case Kind::kCore: return "core";
         case Kind::kCoreDirect: return "core-direct";
         case Kind::kPlugin: return "plugin";
         case Kind::kLavf: return "lavf";
         case Kind::kWebm: return "libwebm";
+        case Kind::kMkvparser: return "mkvparser";
     }
     return "?";
 }
 
 const std::vector<Kind> &allKinds() {
-    static const std::vector<Kind> kinds = {Kind::kRaw,        Kind::kRawSource, Kind::kCore, Kind::kCoreDirect,
-                                            Kind::kPlugin,     Kind::kLavf,      Kind::kWebm};
+    static const std::vector<Kind> kinds = {Kind::kRaw,    Kind::kMapped, Kind::kRawSource, Kind::kCore, Kind::kCoreDirect,
+                                            Kind::kPlugin, Kind::kLavf,   Kind::kWebm,      Kind::kMkvparser};
     return kinds;
 }
 
@@ -753,13 +780,15 @@ bool kindFromName(const std::string &name, Kind *out) {
 
 std::unique_ptr<Reader> makeReader(Kind kind, const std::vector<uint32_t> &maxInput) {
     switch (kind) {
-        case Kind::kRaw: return std::unique_ptr<Reader>(new RawReader(false));
-        case Kind::kRawSource: return std::unique_ptr<Reader>(new RawReader(true));
+        case Kind::kRaw: return std::unique_ptr<Reader>(new RawReader(RawWay::kPread));
+        case Kind::kMapped: return std::unique_ptr<Reader>(new RawReader(RawWay::kMapped));
+        case Kind::kRawSource: return std::unique_ptr<Reader>(new RawReader(RawWay::kSource));
         case Kind::kCore: return std::unique_ptr<Reader>(new CoreReader(true, maxInput));
         case Kind::kCoreDirect: return std::unique_ptr<Reader>(new CoreReader(false, maxInput));
         case Kind::kPlugin: return std::unique_ptr<Reader>(new PluginReader());
         case Kind::kLavf: return std::unique_ptr<Reader>(new LavfReader());
         case Kind::kWebm: return std::unique_ptr<Reader>(new WebmReader());
+        case Kind::kMkvparser: return makeMkvparserReader();
     }
     return nullptr;
 }

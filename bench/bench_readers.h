@@ -65,10 +65,10 @@ public:
     virtual IoCounts io() const = 0;
 };
 
-enum class Kind { kRaw, kRawSource, kCore, kCoreDirect, kPlugin, kLavf, kWebm };
+enum class Kind { kRaw, kMapped, kRawSource, kCore, kCoreDirect, kPlugin, kLavf, kWebm, kMkvparser };
 
 // The read limits, which deliver no frames.
-inline bool isRawKind(Kind k) { return k == Kind::kRaw || k == Kind::kRawSource; }
+inline bool isRawKind(Kind k) { return k == Kind::kRaw || k == Kind::kMapped || k == Kind::kRawSource; }
 
 // Names as printed and as given on the command line.
 const char *kindName(Kind k);
@@ -78,6 +78,9 @@ const std::vector<Kind> &allKinds();
 // `maxInput` (per track) sizes the buffer for kCoreDirect: the capacity the
 // plug-in announces (its max-input-size), read into directly.
 std::unique_ptr<Reader> makeReader(Kind kind, const std::vector<uint32_t> &maxInput);
+
+// libwebm's mkvparser (reader_mkvparser.cpp).
+std::unique_ptr<Reader> makeMkvparserReader();
 
 // The plug-in's max-input-size of each track, and the file's duration
 // (microseconds) as the core reports it.

@@ -1,13 +1,18 @@
-// qmkv_bench: whole-file demux throughput, open and first-frame time, random
-// seeks and peak memory of the demuxer core, the plug-in (through the host
-// framework), libavformat and libwebm, on the same files in one run.
+// qmkv_bench: whole-file demux throughput, reads of the data source, open,
+// first-frame and first-seek time, random seeks and peak memory of the
+// demuxer core, the plug-in (through the host framework), libavformat,
+// libwebm and mkvparser, on the same files in one run.
 //
-//   qmkv_bench [--files DIR] [--reps N] [--open-reps N] [--seeks N]
+//   qmkv_bench [--files DIR] [--reps N] [--open-reps N] [--seeks N] [--charge US]
 //              [--readers a,b,..] [--only f1,f2,..] [--no-memory] [--json OUT]
 //   qmkv_bench --child READER FILE [--phase open|read]
 //       one open + whole-file read, one JSON line; used for peak memory
 //       (a fresh process per reader), callgrind (the phase is bracketed by
 //       instrumentation start/stop) and, in qmkv_bench_copies, copy counting.
+//   qmkv_bench --child READER FILE --phase first|seek [--target US]
+//       in a fresh process: open, then the first frame (or a seek of track 0
+//       to US and one frame there); one JSON line with the times.
+#include <ctype.h>
 #include <fcntl.h>
 #include <math.h>
 #include <stdio.h>
@@ -106,7 +111,24 @@ long peakRssKiB() {
 // ---------------------------------------------------------------------------
 // Child mode.
 
-int runChild(const std::string &kindName, const std::string &path, const std::string &phase) {
+// Open, then the first frame of track 0 or a seek of track 0 to `targetUs`
+// and its frame there, timed in this fresh process (nothing opened before).
+int runFirstChild(Kind kind, const std::string &path, bool seek, int64_t targetUs) {
+    std::unique_ptr<Reader> reader = makeReader(kind, {});
+    Sink sink;
+    std::string error;
+    const double t0 = now();
+    if (!reader->open(path, &error)) return 1;
+    const double t1 = now();
+    const bool ok = seek ? reader->canSeek() && reader->beginTrack(0) && reader->seekRead(0, targetUs, sink)
+                         : reader->firstFrame(sink);
+    const double t2 = now();
+    printf("{\"reader\": \"%s\", \"ok\": %s, \"open_s\": %.7f, \"%s\": %.7f}\n", kindName(kind),
+           ok ? "true" : "false", t1 - t0, seek ? "open_seek_s" : "open_first_s", t2 - t0);
+    return ok ? 0 : 1;
+}
+
+int runChild(const std::string &kindName, const std::string &path, const std::string &phase, int64_t targetUs) {
     if (kindName == "none") {
         printf("{\"reader\": \"none\", \"vmhwm_kib\": %ld}\n", peakRssKiB());
         return 0;
@@ -116,6 +138,7 @@ int runChild(const std::string &kindName, const std::string &path, const std::st
         fprintf(stderr, "qmkv_bench: unknown reader %s\n", kindName.c_str());
         return 2;
     }
+    if (phase == "first" || phase == "seek") return runFirstChild(kind, path, phase == "seek", targetUs);
     std::vector<uint32_t> maxInput;
     int64_t durationUs = 0;
     if (kind == Kind::kCoreDirect && !fileFacts(path, &maxInput, &durationUs)) {
@@ -140,31 +163,47 @@ int runChild(const std::string &kindName, const std::string &path, const std::st
     if (phase == "read") CALLGRIND_STOP_INSTRUMENTATION;
     const IoCounts after = reader->io();
     printf("{\"reader\": \"%s\", \"ok\": %s, \"frames\": %llu, \"bytes\": %llu, \"open_reads\": %llu, "
-           "\"open_read_bytes\": %llu, \"reads\": %llu, \"read_bytes\": %llu, \"copy_bytes\": %llu, "
+           "\"open_read_bytes\": %llu, \"reads\": %llu, \"read_bytes\": %llu, \"asked_bytes\": %llu, "
+           "\"copy_bytes\": %llu, "
            "\"copy_calls\": %llu, \"copy_counted\": %s, \"vmhwm_kib\": %ld}\n",
            kindName.c_str(), ok ? "true" : "false", (unsigned long long)sink.frames,
            (unsigned long long)sink.bytes, (unsigned long long)before.calls, (unsigned long long)before.bytes,
            (unsigned long long)(after.calls - before.calls), (unsigned long long)(after.bytes - before.bytes),
-           (unsigned long long)copyCountedBytes(), (unsigned long long)copyCountedCalls(),
+           (unsigned long long)(after.asked - before.asked), (unsigned long long)copyCountedBytes(), (unsigned long long)copyCountedCalls(),
            copyCountingAvailable() ? "true" : "false", peakRssKiB());
     if (!ok) fprintf(stderr, "qmkv_bench: %s: %s\n", path.c_str(), error.c_str());
     return ok ? 0 : 1;
 }
 
+// Runs a child (`args` after --child) and returns the numbers of its JSON
+// line by key; empty when it failed. The dynamic linker binds every symbol
+// at load, as the platform's does, so that a fresh process's first calls
+// do not pay for lazy binding inside the timed part.
+std::map<std::string, double> childValues(const std::string &exe, const std::string &args) {
+    std::map<std::string, double> out;
+    const std::string cmd = "LD_BIND_NOW=1 '" + exe + "' --child " + args + " 2>/dev/null";
+    FILE *p = popen(cmd.c_str(), "r");
+    if (p == nullptr) return out;
+    char line[4096];
+    while (fgets(line, sizeof(line), p) != nullptr) {
+        for (const char *q = strchr(line, '"'); q != nullptr; q = strchr(q, '"')) {
+            const char *end = strchr(q + 1, '"');
+            if (end == nullptr) break;
+            const std::string key(q + 1, end);
+            q = end + 1;
+            if (strncmp(q, ": ", 2) == 0 && (isdigit((unsigned char)q[2]) || q[2] == '-')) out[key] = atof(q + 2);
+        }
+    }
+    if (pclose(p) != 0) out.clear();
+    return out;
+}
+
 // Peak resident set of a fresh process that opens the file and reads it
 // whole with one reader, as the child reports it; KiB, or -1.
 long childMaxRss(const std::string &exe, const std::string &kind, const std::string &path) {
-    const std::string cmd = "'" + exe + "' --child " + kind + " '" + path + "' 2>/dev/null";
-    FILE *p = popen(cmd.c_str(), "r");
-    if (p == nullptr) return -1;
-    char line[4096];
-    long kib = -1;
-    while (fgets(line, sizeof(line), p) != nullptr) {
-        const char *k = strstr(line, "\"vmhwm_kib\": ");
-        if (k != nullptr) kib = atol(k + strlen("\"vmhwm_kib\": "));
-    }
-    if (pclose(p) != 0) return -1;
-    return kib;
+    const std::map<std::string, double> v = childValues(exe, kind + " '" + path + "'");
+    auto it = v.find("vmhwm_kib");
+    return it == v.end() ? -1 : (long)it->second;
 }
 
 // ---------------------------------------------------------------------------
@@ -176,12 +215,14 @@ struct Throughput {
     uint64_t frames = 0, bytes = 0;
     uint64_t reads = 0, readBytes = 0;  // during the read phase
     uint64_t openReads = 0;
+    IoCounts total;                     // open and read together
     std::vector<double> readSec, readCpu, readSys, openSec;
+    double chargedSec = NAN;            // open + read through the charged source
 };
 
+// Fresh processes: open, open + first frame, open + first seek.
 struct FirstFrame {
-    std::vector<double> openSec, firstSec;
-    bool ok = true;
+    std::vector<double> openSec, firstSec, seekSec;
 };
 
 struct Seeks {
@@ -204,7 +245,8 @@ struct FileResult {
 
 struct Config {
     std::string dir;
-    int reps = 3, openReps = 10, seeks = 100;
+    int reps = 3, openReps = 10, seeks = 200;
+    uint32_t charge = 20;  // microseconds per read of the charged source
     std::vector<Kind> kinds = allKinds();
     std::vector<std::string> only;
     bool memory = true;
@@ -255,6 +297,7 @@ void measureThroughput(FileResult &fr, const Config &cfg, const std::vector<uint
             tp.frames = sink.frames;
             tp.bytes = sink.bytes;
             tp.openReads = before.calls;
+            tp.total = after;
             tp.reads = after.calls - before.calls;
             tp.readBytes = after.bytes - before.bytes;
             tp.openSec.push_back(t1 - t0);
@@ -265,24 +308,39 @@ void measureThroughput(FileResult &fr, const Config &cfg, const std::vector<uint
     }
 }
 
-void measureFirstFrame(FileResult &fr, const Config &cfg, const std::vector<uint32_t> &maxInput) {
+// Open + read of the whole file through a source that charges a fixed cost
+// per read (a call into another process on a device): what the read counts
+// mean in time.
+void measureCharged(FileResult &fr, const Config &cfg, const std::vector<uint32_t> &maxInput) {
+    setReadCharge(cfg.charge);
+    for (Kind k : cfg.kinds) {
+        if (isRawKind(k)) continue;
+        Throughput &tp = fr.tp[k];
+        if (!tp.ok) continue;
+        std::unique_ptr<Reader> reader = makeReader(k, maxInput);
+        Sink sink;
+        std::string error;
+        const double t0 = now();
+        if (reader->open(fr.path, &error) && reader->readAll(sink, &error)) tp.chargedSec = now() - t0;
+    }
+    setReadCharge(0);
+}
+
+// The first seek goes to the first of the seek targets, on track 0.
+void measureFirstFrame(FileResult &fr, const Config &cfg, const std::string &exe) {
+    const int64_t target = seekTargets(1, fr.durationUs)[0];
     for (int rep = 0; rep < cfg.openReps; ++rep) {
         for (Kind k : cfg.kinds) {
-            if (isRawKind(k)) continue;
+            if (isRawKind(k) || k == Kind::kCoreDirect) continue;
             FirstFrame &ff = fr.ff[k];
-            const double t0 = now();
-            std::unique_ptr<Reader> reader = makeReader(k, maxInput);
-            Sink sink;
-            std::string error;
-            if (!reader->open(fr.path, &error)) {
-                ff.ok = false;
-                continue;
+            const std::string args = std::string(kindName(k)) + " '" + fr.path + "' --target " + std::to_string(target);
+            std::map<std::string, double> first = childValues(exe, args + " --phase first");
+            if (first.count("open_first_s") != 0) {
+                ff.openSec.push_back(first["open_s"]);
+                ff.firstSec.push_back(first["open_first_s"]);
             }
-            const double t1 = now();
-            if (!reader->firstFrame(sink)) ff.ok = false;
-            const double t2 = now();
-            ff.openSec.push_back(t1 - t0);
-            ff.firstSec.push_back(t2 - t0);
+            std::map<std::string, double> seek = childValues(exe, args + " --phase seek");
+            if (seek.count("open_seek_s") != 0) ff.seekSec.push_back(seek["open_seek_s"]);
         }
     }
 }
@@ -345,36 +403,43 @@ std::string fmt(const char *f, double v) {
     return buf;
 }
 
+// Reads and bytes asked from open to the last frame, per frame and per
+// payload byte.
+double readsPerFrame(const Throughput &tp) { return (double)tp.total.calls / (double)std::max<uint64_t>(tp.frames, 1); }
+double askedPerByte(const Throughput &tp) { return (double)tp.total.asked / (double)std::max<uint64_t>(tp.bytes, 1); }
+
 void printFile(const FileResult &fr, const Config &cfg) {
     printf("\n### %s (`%s`, %.1f MB, %.1f s)\n\n", fr.label.c_str(), fr.path.substr(fr.path.rfind('/') + 1).c_str(),
            fr.size / 1e6, fr.durationUs / 1e6);
-    printf("| reader | frames | payload MB | read ms (median) | cpu ms (sys) | kframes/s | MB/s | fps vs core | "
-           "readAt/frame | src bytes/payload byte | open ms | open+1st frame ms | seek: 1st ms | seek: median us | "
-           "seek: mean us | seeks ok | readAt/seek | peak RSS MB (+ over idle) |\n");
-    printf("|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
-    auto core = fr.tp.find(Kind::kCore);
-    const double coreFps = core != fr.tp.end() && core->second.ok ? fps(core->second) : NAN;
+    printf("| reader | frames | payload MB | read ms (median) | cpu ms (sys) | kframes/s | MB/s | reads/frame | "
+           "asked/payload byte | asked/file byte | open+read ms, %u us/read | open ms | open+1st frame ms | "
+           "open+1st seek ms | seek: 1st ms | seek: median us | seek: mean us | seeks ok | reads/seek | "
+           "peak RSS MB (+ over idle) |\n", cfg.charge);
+    printf("|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
     for (Kind k : cfg.kinds) {
         auto it = fr.tp.find(k);
         if (it == fr.tp.end()) continue;
         const Throughput &tp = it->second;
         printf("| %s ", makeReader(k, {})->name());
         if (!tp.ok) {
-            printf("| error: %s |||||||||||||||||\n", tp.error.c_str());
+            printf("| error: %s |||||||||||||||||||\n", tp.error.c_str());
             continue;
         }
         const bool raw = isRawKind(k);
-        printf("| %s | %.1f | %.1f | %.1f (%.0f) | %s | %.0f | %s | %s | %.3f ", raw ? "-" : std::to_string(tp.frames).c_str(),
-               tp.bytes / 1e6, median(tp.readSec) * 1e3, median(tp.readCpu) * 1e3, median(tp.readSys) * 1e3,
-               raw ? "-" : fmt("%.1f", fps(tp) / 1e3).c_str(), mbps(tp),
-               raw ? "-" : fmt("%.2f", fps(tp) / coreFps).c_str(),
-               raw ? "-" : fmt("%.2f", (double)tp.reads / (double)tp.frames).c_str(),
-               (double)tp.readBytes / (double)std::max<uint64_t>(tp.bytes, 1));
+        printf("| %s | %.1f | %.1f | %.1f (%.0f) | %s | %.0f | %s | %.3f | %.3f | %s ",
+               raw ? "-" : std::to_string(tp.frames).c_str(), tp.bytes / 1e6, median(tp.readSec) * 1e3,
+               median(tp.readCpu) * 1e3, median(tp.readSys) * 1e3, raw ? "-" : fmt("%.1f", fps(tp) / 1e3).c_str(),
+               mbps(tp), raw ? "-" : fmt("%.3f", readsPerFrame(tp)).c_str(), askedPerByte(tp),
+               (double)tp.total.asked / (double)std::max<int64_t>(fr.size, 1),
+               raw ? "-" : fmt("%.1f", tp.chargedSec * 1e3).c_str());
         auto ff = fr.ff.find(k);
-        if (ff != fr.ff.end() && ff->second.ok)
-            printf("| %.2f | %.2f ", median(ff->second.openSec) * 1e3, median(ff->second.firstSec) * 1e3);
-        else
-            printf("| - | - ");
+        if (ff != fr.ff.end()) {
+            const FirstFrame &f = ff->second;
+            printf("| %s | %s | %s ", fmt("%.3f", median(f.openSec) * 1e3).c_str(),
+                   fmt("%.3f", median(f.firstSec) * 1e3).c_str(), fmt("%.3f", median(f.seekSec) * 1e3).c_str());
+        } else {
+            printf("| - | - | - ");
+        }
         auto sk = fr.seeks.find(k);
         if (sk != fr.seeks.end() && sk->second.supported && sk->second.attempted > 0) {
             const Seeks &s = sk->second;
@@ -393,30 +458,65 @@ void printFile(const FileResult &fr, const Config &cfg) {
     }
 }
 
+const Throughput *found(const FileResult &fr, Kind k) {
+    auto it = fr.tp.find(k);
+    return it != fr.tp.end() && it->second.ok ? &it->second : nullptr;
+}
+
 void printRatios(const std::vector<FileResult> &results, bool cpu) {
     printf("\n### Ratios on %s (same run; > 1: the peer is faster, or the limit lies that far above us)\n\n",
            cpu ? "process CPU time" : "wall time");
-    printf("| file | raw MB/s / core MB/s | raw source MB/s / core MB/s | raw MB/s / plug-in MB/s | lavf fps / core fps | lavf fps / plug-in fps | libwebm fps / core fps | "
-           "libwebm fps / plug-in fps | core-direct fps / core fps | plug-in fps / core fps |\n");
-    printf("|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
+    printf("| file | pread MB/s / core MB/s | mapped copy MB/s / core MB/s | raw source MB/s / core MB/s | "
+           "pread MB/s / plug-in MB/s | mapped copy MB/s / plug-in MB/s | lavf fps / core fps | "
+           "lavf fps / plug-in fps | libwebm fps / core fps | mkvparser fps / core fps | "
+           "mkvparser fps / plug-in fps | core-direct fps / core fps | plug-in fps / core fps |\n");
+    printf("|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
     for (const FileResult &fr : results) {
-        auto get = [&](Kind k) -> const Throughput * {
-            auto it = fr.tp.find(k);
-            return it != fr.tp.end() && it->second.ok ? &it->second : nullptr;
-        };
-        const Throughput *raw = get(Kind::kRaw), *rawSource = get(Kind::kRawSource), *core = get(Kind::kCore),
-                         *direct = get(Kind::kCoreDirect), *plugin = get(Kind::kPlugin), *lavf = get(Kind::kLavf),
-                         *webm = get(Kind::kWebm);
+        const Throughput *raw = found(fr, Kind::kRaw), *mapped = found(fr, Kind::kMapped),
+                         *rawSource = found(fr, Kind::kRawSource), *core = found(fr, Kind::kCore),
+                         *direct = found(fr, Kind::kCoreDirect), *plugin = found(fr, Kind::kPlugin),
+                         *lavf = found(fr, Kind::kLavf), *webm = found(fr, Kind::kWebm),
+                         *mkvp = found(fr, Kind::kMkvparser);
         auto ratio = [cpu](const Throughput *a, const Throughput *b, bool bytes) {
             if (a == nullptr || b == nullptr) return std::string("-");
             if (cpu) return fmt("%.2f", bytes ? mbpsCpu(*a) / mbpsCpu(*b) : fpsCpu(*a) / fpsCpu(*b));
             return fmt("%.2f", bytes ? mbps(*a) / mbps(*b) : fps(*a) / fps(*b));
         };
-        printf("| %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |\n", fr.label.c_str(),
-               ratio(raw, core, true).c_str(), ratio(rawSource, core, true).c_str(), ratio(raw, plugin, true).c_str(),
-               ratio(lavf, core, false).c_str(), ratio(lavf, plugin, false).c_str(), ratio(webm, core, false).c_str(),
-               ratio(webm, plugin, false).c_str(), ratio(direct, core, false).c_str(),
+        printf("| %s | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |\n", fr.label.c_str(),
+               ratio(raw, core, true).c_str(), ratio(mapped, core, true).c_str(), ratio(rawSource, core, true).c_str(),
+               ratio(raw, plugin, true).c_str(), ratio(mapped, plugin, true).c_str(), ratio(lavf, core, false).c_str(),
+               ratio(lavf, plugin, false).c_str(), ratio(webm, core, false).c_str(), ratio(mkvp, core, false).c_str(),
+               ratio(mkvp, plugin, false).c_str(), ratio(direct, core, false).c_str(),
                ratio(plugin, core, false).c_str());
+    }
+}
+
+// Reads of the data source, the readers side by side: what a device pays.
+void printReads(const std::vector<FileResult> &results, const Config &cfg) {
+    printf("\n### Reads of the data source, open to the last frame (deterministic)\n\n");
+    printf("| file | reads/frame: core | plug-in | libavformat | libwebm | mkvparser | mkvparser / core | "
+           "asked/payload byte: core | plug-in | libavformat | libwebm | mkvparser | "
+           "open+read ms at %u us/read: core | plug-in | libavformat | libwebm | mkvparser |\n", cfg.charge);
+    printf("|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
+    const Kind kinds[] = {Kind::kCore, Kind::kPlugin, Kind::kLavf, Kind::kWebm, Kind::kMkvparser};
+    for (const FileResult &fr : results) {
+        printf("| %s ", fr.label.c_str());
+        for (Kind k : kinds) {
+            const Throughput *tp = found(fr, k);
+            printf("| %s ", tp != nullptr ? fmt("%.3f", readsPerFrame(*tp)).c_str() : "-");
+        }
+        const Throughput *core = found(fr, Kind::kCore), *mkvp = found(fr, Kind::kMkvparser);
+        printf("| %s ", core != nullptr && mkvp != nullptr ? fmt("%.1f", readsPerFrame(*mkvp) / readsPerFrame(*core)).c_str()
+                                                           : "-");
+        for (Kind k : kinds) {
+            const Throughput *tp = found(fr, k);
+            printf("| %s ", tp != nullptr ? fmt("%.3f", askedPerByte(*tp)).c_str() : "-");
+        }
+        for (Kind k : kinds) {
+            const Throughput *tp = found(fr, k);
+            printf("| %s ", tp != nullptr ? fmt("%.1f", tp->chargedSec * 1e3).c_str() : "-");
+        }
+        printf("|\n");
     }
 }
 
@@ -434,16 +534,19 @@ void writeJson(const std::vector<FileResult> &results, const Config &cfg) {
             if (it == fr.tp.end()) continue;
             const Throughput &tp = it->second;
             fprintf(f, "%s    \"%s\": {\"ok\": %s, \"frames\": %llu, \"bytes\": %llu, \"reads\": %llu, "
-                       "\"read_bytes\": %llu, \"open_reads\": %llu, \"read_s\": %.6f, \"read_cpu_s\": %.6f, "
-                       "\"read_sys_s\": %.6f",
+                       "\"read_bytes\": %llu, \"open_reads\": %llu, \"total_reads\": %llu, \"total_asked\": %llu, "
+                       "\"read_s\": %.6f, \"read_cpu_s\": %.6f, \"read_sys_s\": %.6f, \"charged_s\": %.6f",
                     first ? "" : ",\n", kindName(k), tp.ok ? "true" : "false", (unsigned long long)tp.frames,
                     (unsigned long long)tp.bytes, (unsigned long long)tp.reads, (unsigned long long)tp.readBytes,
-                    (unsigned long long)tp.openReads, tp.ok ? median(tp.readSec) : 0.0,
-                    tp.ok ? median(tp.readCpu) : 0.0, tp.ok ? median(tp.readSys) : 0.0);
+                    (unsigned long long)tp.openReads, (unsigned long long)tp.total.calls,
+                    (unsigned long long)tp.total.asked, tp.ok ? median(tp.readSec) : 0.0,
+                    tp.ok ? median(tp.readCpu) : 0.0, tp.ok ? median(tp.readSys) : 0.0,
+                    std::isnan(tp.chargedSec) ? 0.0 : tp.chargedSec);
             auto ff = fr.ff.find(k);
-            if (ff != fr.ff.end() && ff->second.ok)
-                fprintf(f, ", \"open_s\": %.6f, \"first_frame_s\": %.6f", median(ff->second.openSec),
-                        median(ff->second.firstSec));
+            if (ff != fr.ff.end() && !ff->second.firstSec.empty())
+                fprintf(f, ", \"open_s\": %.7f, \"first_frame_s\": %.7f, \"first_seek_s\": %.7f",
+                        median(ff->second.openSec), median(ff->second.firstSec),
+                        ff->second.seekSec.empty() ? 0.0 : median(ff->second.seekSec));
             auto sk = fr.seeks.find(k);
             if (sk != fr.seeks.end() && sk->second.supported && sk->second.attempted > 0)
                 fprintf(f, ", \"seeks\": %d, \"seeks_ok\": %d, \"seek_first_s\": %.6f, \"seek_median_s\": %.6f, "
@@ -463,10 +566,10 @@ void writeJson(const std::vector<FileResult> &results, const Config &cfg) {
 
 int usage() {
     fprintf(stderr,
-            "usage: qmkv_bench [--files DIR] [--reps N] [--open-reps N] [--seeks N] [--readers a,b] [--only f1,f2]\n"
-            "                  [--no-memory] [--json OUT]\n"
-            "       qmkv_bench --child READER FILE [--phase open|read]\n"
-            "readers: raw raw-source core core-direct plugin lavf libwebm\n");
+            "usage: qmkv_bench [--files DIR] [--reps N] [--open-reps N] [--seeks N] [--charge US] [--readers a,b]\n"
+            "                  [--only f1,f2] [--no-memory] [--json OUT]\n"
+            "       qmkv_bench --child READER FILE [--phase open|read|first|seek] [--target US]\n"
+            "readers: raw mapped raw-source core core-direct plugin lavf libwebm mkvparser\n");
     return 2;
 }
 
@@ -475,6 +578,7 @@ int usage() {
 int main(int argc, char **argv) {
     Config cfg;
     std::string childKind, childFile, phase;
+    int64_t targetUs = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto value = [&](std::string *out) {
@@ -487,6 +591,8 @@ int main(int argc, char **argv) {
             if (i + 2 >= argc) return usage();
             childKind = argv[++i];
             childFile = argv[++i];
+        } else if (a == "--target" && value(&v)) {
+            targetUs = atoll(v.c_str());
         } else if (a == "--phase" && value(&v)) {
             phase = v;
         } else if (a == "--files" && value(&v)) {
@@ -497,6 +603,8 @@ int main(int argc, char **argv) {
             cfg.openReps = std::max(1, atoi(v.c_str()));
         } else if (a == "--seeks" && value(&v)) {
             cfg.seeks = std::max(0, atoi(v.c_str()));
+        } else if (a == "--charge" && value(&v)) {
+            cfg.charge = (uint32_t)std::max(0, atoi(v.c_str()));
         } else if (a == "--readers" && value(&v)) {
             cfg.kinds.clear();
             for (const std::string &name : split(v)) {
@@ -514,7 +622,7 @@ int main(int argc, char **argv) {
             return usage();
         }
     }
-    if (!childKind.empty()) return runChild(childKind, childFile, phase);
+    if (!childKind.empty()) return runChild(childKind, childFile, phase, targetUs);
     if (cfg.dir.empty()) return usage();
 
     const std::string exe = selfExe();
@@ -541,8 +649,10 @@ int main(int argc, char **argv) {
         }
         fprintf(stderr, "qmkv_bench: %s: throughput\n", f.file);
         measureThroughput(fr, cfg, maxInput);
-        fprintf(stderr, "qmkv_bench: %s: open and first frame\n", f.file);
-        measureFirstFrame(fr, cfg, maxInput);
+        fprintf(stderr, "qmkv_bench: %s: open, first frame, first seek (fresh processes)\n", f.file);
+        measureFirstFrame(fr, cfg, exe);
+        fprintf(stderr, "qmkv_bench: %s: %u us per read\n", f.file, cfg.charge);
+        measureCharged(fr, cfg, maxInput);
         fprintf(stderr, "qmkv_bench: %s: seeks\n", f.file);
         measureSeeks(fr, cfg, maxInput);
         if (cfg.memory) {
@@ -554,6 +664,7 @@ int main(int argc, char **argv) {
     printf("## qmkv_bench: %d throughput reps (median), %d open reps, %d seeks per track\n", cfg.reps, cfg.openReps,
            cfg.seeks);
     for (const FileResult &fr : results) printFile(fr, cfg);
+    printReads(results, cfg);
     printRatios(results, false);
     printRatios(results, true);
     if (!cfg.json.empty()) writeJson(results, cfg);

@@ -15,7 +15,7 @@ import re
 import subprocess
 import sys
 
-READERS = ["raw", "raw-source", "core", "core-direct", "plugin", "lavf", "libwebm"]
+READERS = ["raw", "mapped", "raw-source", "core", "core-direct", "plugin", "lavf", "libwebm", "mkvparser"]
 FILES = ["hd1080.mkv", "opus11m.mka", "vorbis_laced.mkv", "long2h_cues.mkv", "long2h_nocues.mkv"]
 
 
@@ -60,7 +60,7 @@ def main():
             ir_open = callgrind_total(os.path.join(out, "cg", "%s.open.%s.out" % (r, f)))
             frames = c["frames"]
             payload = max(c["bytes"], 1)
-            raw = r.startswith("raw")
+            raw = r in ("raw", "mapped", "raw-source")
             print("| %s | %s | %s | %s | %d | %.3f | %.3f | %s | %s | %s | %s |" % (
                 f, r, "-" if raw else frames,
                 "-" if raw else "%.2f" % (c["reads"] / frames),

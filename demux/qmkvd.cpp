@@ -164,6 +164,7 @@ qmkvd *qmkvd_create(QCMN_MFAL *mfal, const uint32_t *open_params, qmkvd_format *
     inst->self = inst;
     inst->magic = QMKVD_MAGIC;
     pthread_mutex_init(&inst->seek_lock, nullptr);
+    pthread_mutex_init(&inst->window_lock, nullptr);
     inst->mfal = *mfal;
 
     if (qmkvd_header_parse(inst) != 0) {
@@ -217,5 +218,6 @@ void qmkvd_delete(qmkvd *handle) {
     }
     handle->magic = 0;
     pthread_mutex_destroy(&handle->seek_lock);
+    pthread_mutex_destroy(&handle->window_lock);
     free(handle);
 }

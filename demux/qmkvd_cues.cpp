@@ -26,9 +26,10 @@ const uint32_t kSmallStep = 256;
 const uint32_t kMaxStep = 4096;
 const uint64_t kSmallIndexPoints = 2561;
 
-// With an unknown file size the buffer grows as the reads come back full,
-// so a bogus Cues size cannot make us allocate more than the file holds.
-const uint64_t kFirstChunk = 64 * 1024;
+// The Cues are read in chunks of this size (the buffer grows only for a
+// larger CuePoint), so a bogus Cues size cannot make us allocate more than
+// the file holds, whether its size is known or not.
+const uint64_t kChunk = 64 * 1024;
 
 // A child header from the `avail` bytes at `p`; the header length or -1.
 int32_t read_header(const uint8_t *p, uint64_t avail, uint32_t *id, uint64_t *size) {
@@ -161,42 +162,6 @@ bool grow_table(qmkvd_cue_table *cues, uint32_t step) {
     return true;
 }
 
-// Reads up to `limit` bytes at cues_pos; `*got` is what the file gave.
-int32_t load_cues(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, const qmkvd_cue_table *cues, uint64_t limit, bool size_known,
-                  uint8_t **out, uint64_t *got) {
-    *out = nullptr;
-    *got = 0;
-    if (limit == 0) return 0;
-    int64_t pos = cues->cues_pos;
-    if (mfal->setpos(fp, &pos) != 0) return -1;
-    uint64_t cap = size_known || limit < kFirstChunk ? limit : kFirstChunk;
-    uint8_t *buf = static_cast<uint8_t *>(malloc((size_t)(cap + kPadding)));
-    if (buf == nullptr) return -1;
-    uint64_t have = 0;
-    while (have < limit) {
-        if (have == cap) {
-            const uint64_t next = cap * 2 < limit ? cap * 2 : limit;
-            void *p = realloc(buf, (size_t)(next + kPadding));
-            if (p == nullptr) {
-                free(buf);
-                return -1;
-            }
-            buf = static_cast<uint8_t *>(p);
-            cap = next;
-        }
-        const uint64_t room = cap - have;
-        const int32_t ask = room > (uint64_t)INT32_MAX ? INT32_MAX : (int32_t)room;
-        const int32_t n = mfal->read(fp, buf + have, ask);
-        if (n <= 0) break;
-        have += (uint64_t)n;
-        if (n < ask) break;  // the file ends here
-    }
-    memset(buf + have, 0, kPadding);
-    *out = buf;
-    *got = have;
-    return 0;
-}
-
 void clear_table(qmkvd_cue_table *cues) {
     free(cues->cue_points);
     cues->cue_points = nullptr;
@@ -204,30 +169,107 @@ void clear_table(qmkvd_cue_table *cues) {
     cues->cue_capacity = 0;
 }
 
-// Walks the `got` bytes read of a Cues element declared `cues_size` long.
-// A CuePoint past the declared end is damage; one past only the bytes the
-// file held (a truncated file) ends the walk with what was parsed so far.
-int32_t walk_cues(const qmkvd *inst, qmkvd_cue_table *cues, const uint8_t *buf, uint64_t got) {
+// The Cues element's bytes, read through one buffer of at most kChunk bytes
+// that is refilled as the walk moves on (the bytes not yet walked move to
+// its front) and grows only for a CuePoint larger than itself. A fresh
+// process touches far fewer new pages than with the whole element in
+// memory, at the cost of a read per chunk.
+struct CuesReader {
+    QCMN_MFAL *mfal;
+    QCMN_MFAL_FP *fp;
+    int64_t file_pos;   // where the next read starts
+    uint64_t left;      // bytes of the element still to read
+    uint8_t *buf = nullptr;
+    uint64_t cap = 0;   // buffer size, not counting the padding
+    uint64_t begin = 0; // offset in the element of buf[0]
+    uint64_t have = 0;  // bytes in buf
+    bool ended = false; // the file gave all it had
+
+    ~CuesReader() { free(buf); }
+
+    // Makes the buffer hold the element's bytes [at, at + n) as far as the
+    // file has them; false only when memory runs out. At most one read,
+    // plus one per doubling of the buffer.
+    bool hold(uint64_t at, uint64_t n) { return at + n <= begin + have || refill(at, n); }
+
+    __attribute__((noinline)) bool refill(uint64_t at, uint64_t n) {
+        if (at > begin + have) {  // an element passed over whole: its bytes are not read
+            const uint64_t skip = at - (begin + have);
+            const uint64_t skipped = skip < left ? skip : left;
+            file_pos += (int64_t)skipped;
+            left -= skipped;
+            begin += have + skipped;
+            have = 0;
+            if (skipped < skip) ended = true;
+        }
+        while (at + n > begin + have && !ended && left > 0) {
+            if (at > begin) {  // drop what the walk is done with
+                const uint64_t drop = at - begin < have ? at - begin : have;
+                memmove(buf, buf + drop, (size_t)(have - drop));
+                have -= drop;
+                begin += drop;
+            }
+            if (have == cap) {
+                uint64_t next = cap == 0 ? kChunk : cap * 2;
+                if (next > have + left) next = have + left;
+                void *p = realloc(buf, (size_t)(next + kPadding));
+                if (p == nullptr) return false;
+                buf = static_cast<uint8_t *>(p);
+                cap = next;
+            }
+            const uint64_t room = cap - have;
+            const int32_t ask = (int32_t)(room < left ? room : left);
+            if (mfal->setpos(fp, &file_pos) != 0) return false;
+            const int32_t got = mfal->read(fp, buf + have, ask);
+            if (got <= 0) {
+                ended = true;
+                break;
+            }
+            have += (uint64_t)got;
+            left -= (uint64_t)got;
+            file_pos += got;
+            if (got < ask) ended = true;  // the file ends here
+        }
+        if (buf != nullptr) memset(buf + have, 0, kPadding);
+        return true;
+    }
+    // Bytes held from `at` on, and a pointer to them.
+    uint64_t avail(uint64_t at) const { return at >= begin + have ? 0 : begin + have - at; }
+    const uint8_t *at(uint64_t offset) const { return buf + (offset - begin); }
+    bool truncated() const { return short_file || (ended && left > 0); }
+    bool short_file = false;  // the file's size says it ends inside the element
+};
+
+// Walks a Cues element declared `cues->cues_size` long of which the file
+// holds at most `limit` bytes. A CuePoint past the declared end is damage;
+// one past only the bytes the file held (a truncated file) ends the walk
+// with what was parsed so far.
+int32_t walk_cues(const qmkvd *inst, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cue_table *cues, uint64_t limit) {
     const uint64_t declared = cues->cues_size;
-    const bool truncated = got < declared;
     const AudioTracks audio(inst);
+    CuesReader r{mfal, fp, cues->cues_pos, limit};
+    r.short_file = limit < declared;
     uint32_t step = 0;
     uint64_t pos = 0;
-    while (pos < got) {
+    for (;;) {
+        if (!r.hold(pos, kMaxHeaderSize)) return -1;
+        const uint64_t avail = r.avail(pos);
+        if (avail == 0) break;  // nothing more in what the file holds
         uint32_t id = 0;
         uint64_t size = 0;
-        const int32_t hdr = read_header(buf + pos, got - pos, &id, &size);
+        const int32_t hdr = read_header(r.at(pos), avail, &id, &size);
         if (hdr < 0) {
             // Only a header cut by the end of the file is forgiven.
-            if (truncated && got - pos < kMaxHeaderSize) break;
+            if (r.truncated() && avail < kMaxHeaderSize) break;
             return -1;
         }
         const uint64_t data = pos + (uint64_t)hdr;
         if (id == kIdCuePoint) {
             if (size > declared - data) return -1;
-            if (size > got - data) break;
+            if (!r.hold(data, size)) return -1;
+            if (size > r.avail(data)) break;
             if (cues->cue_count == cues->cue_capacity) {
-                if (step == 0) step = capacity_step(got, size);
+                if (step == 0) step = capacity_step(limit, size);
                 if (!grow_table(cues, step)) return -1;
             }
             // Decoded in place: the slot is kept by counting it, or reused.
@@ -235,11 +277,12 @@ int32_t walk_cues(const qmkvd *inst, qmkvd_cue_table *cues, const uint8_t *buf, 
             memset(cp, 0, sizeof(*cp));
             cp->cue_point_pos = cues->cues_pos + (int64_t)data;
             cp->cue_point_size = (uint32_t)size;
-            if (parse_cuepoint_ctx_fast(audio, buf + data, size, cp->cue_point_pos, cp) != 0) return -1;
+            if (parse_cuepoint_ctx_fast(audio, r.at(data), size, cp->cue_point_pos, cp) != 0) return -1;
             // A position of 0 is no usable cluster: nothing is kept.
             if (cp->cue_cluster_position != 0) cues->cue_count++;
         }
-        if (size >= got - data) break;
+        // Nothing after this element in what the file holds: the walk ends.
+        if (size >= limit - data) break;
         pos = data + size;
     }
     return 0;
@@ -286,8 +329,7 @@ int32_t parse_cues_ctx_fast(struct qmkvd *inst, QCMN_MFAL *mfal, QCMN_MFAL_FP *f
     if (cues->cues_pos < 0) return -1;
 
     uint64_t limit = cues->cues_size;
-    const bool size_known = inst != nullptr && inst->file_size > 0;
-    if (size_known) {
+    if (inst != nullptr && inst->file_size > 0) {
         const int64_t left = inst->file_size - cues->cues_pos;
         if (left <= 0) {
             limit = 0;
@@ -296,11 +338,7 @@ int32_t parse_cues_ctx_fast(struct qmkvd *inst, QCMN_MFAL *mfal, QCMN_MFAL_FP *f
         }
     }
 
-    uint8_t *buf = nullptr;
-    uint64_t got = 0;
-    if (load_cues(mfal, fp, cues, limit, size_known, &buf, &got) != 0) return -1;
-    const int32_t rc = walk_cues(inst, cues, buf, got);
-    free(buf);
+    const int32_t rc = limit == 0 ? 0 : walk_cues(inst, mfal, fp, cues, limit);
     if (rc != 0 || cues->cue_count == 0) clear_table(cues);
     return rc;
 }

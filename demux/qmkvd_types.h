@@ -315,6 +315,13 @@ typedef struct qmkvd_cluster_node {
     uint32_t size;
 } qmkvd_cluster_node;
 
+struct qmkvd;
+struct qmkvds;
+
+// Small reads of the data source a file keeps for its streams' fills.
+#define QMKVD_RECENT_READS 8
+#define QMKVD_RECENT_READ_SIZE 4096
+
 // Bytes of the file held in memory for one stream's reads (qmkvd_window.h).
 typedef struct qmkvd_window {
     int64_t start;       // file position of bytes[0]
@@ -322,10 +329,10 @@ typedef struct qmkvd_window {
     uint32_t cap;        // bytes the buffer can hold
     uint32_t next_fill;  // size of the next fill
     uint8_t *bytes;
+    // The file whose other streams' windows a fill draws on before it reads
+    // the data source; null for a window on its own.
+    struct qmkvd *file;
 } qmkvd_window;
-
-struct qmkvd;
-struct qmkvds;
 
 typedef int32_t (*qmkvds_get_frm_fn)(struct qmkvds *stream, uint8_t *buf, uint32_t buf_size, uint32_t *size,
                                      int64_t *pts, int64_t *end, uint32_t *key);
@@ -441,6 +448,16 @@ typedef struct qmkvd {
     // share the cue state above (and may condemn the cue table), so they
     // take turns on it.
     pthread_mutex_t seek_lock;
+    // Guards the streams' windows while one is filled (from another's bytes
+    // or from the data source), set up or released; a stream reads what its
+    // own window holds without it, as only its own fills change that.
+    pthread_mutex_t window_lock;
+    // The last small reads of the data source by any stream's fill (under
+    // window_lock): a stream that runs ahead of another fills its window at
+    // the same short gaps between large frames that the other reaches later.
+    qmkvd_window recent[QMKVD_RECENT_READS];
+    uint8_t recent_bytes[QMKVD_RECENT_READS][QMKVD_RECENT_READ_SIZE];
+    uint32_t recent_next;
 } qmkvd;
 
 #endif  // QMKVD_TYPES_H_

@@ -1,15 +1,18 @@
 #include "demux/qmkvd_window.h"
 
+#include <pthread.h>
+#include <stdint.h>
 #include <string.h>
 
 #include "demux/qmkvd_ebml.h"
 
 namespace {
 
-// The first fill after a jump is small: a stream that skips other tracks'
-// blocks reads little beyond each header. Fills that continue the previous
-// one double, up to the capacity, so runs of small frames cost few reads.
-const uint32_t kFirstFill = 256;
+// The first fill after a jump holds a block header and what usually
+// follows it up to the next large frame (the small blocks of other tracks
+// between two video frames); fills that continue the previous one double,
+// up to the capacity, so runs of small frames cost few reads.
+const uint32_t kFirstFill = 4096;
 // Reads at least this large that the window does not hold go straight to
 // the caller's buffer: through the window every byte would move twice,
 // which soon costs more than a read of the file.
@@ -19,19 +22,97 @@ bool holds(const qmkvd_window *w, int64_t pos, uint32_t n) {
     return pos >= w->start && (uint64_t)(pos - w->start) + n <= w->len;
 }
 
+// Bytes of the file that `w`'s fill can take instead of reading them: the
+// other streams' windows and the file's recent small reads. The one that
+// holds the byte at `pos`; otherwise null, with *next set to where the first
+// one that starts after `pos` starts (INT64_MAX when none). Called under the
+// file's window lock.
+const qmkvd_window *held_elsewhere(const qmkvd_window *w, int64_t pos, int64_t *next) {
+    *next = INT64_MAX;
+    const qmkvd *file = w->file;
+    const int32_t windows = file->stream_count;
+    for (int32_t i = 0; i < windows + QMKVD_RECENT_READS; ++i) {
+        const qmkvd_window *o = i < windows ? &file->streams[i].window : &file->recent[i - windows];
+        if (o == w || o->bytes == nullptr || o->len == 0) continue;
+        if (holds(o, pos, 1)) return o;
+        if (o->start > pos && o->start < *next) *next = o->start;
+    }
+    return nullptr;
+}
+
+// Keeps a copy of a small read of the data source for the other streams.
+void remember(qmkvd *file, int64_t pos, const uint8_t *bytes, uint32_t n) {
+    if (n > QMKVD_RECENT_READ_SIZE) return;
+    const uint32_t slot = file->recent_next++ % QMKVD_RECENT_READS;
+    qmkvd_window *r = &file->recent[slot];
+    r->bytes = file->recent_bytes[slot];
+    r->cap = QMKVD_RECENT_READ_SIZE;
+    r->start = pos;
+    r->len = n;
+    memcpy(r->bytes, bytes, n);
+}
+
+// Puts the file's bytes [pos, pos + size) into `out`: what is held
+// elsewhere (above) is copied from there, the rest read from the data
+// source, so that two streams reading the same stretch (each passing over
+// the other's blocks) ask for its bytes about once. Returns the bytes put;
+// fewer at the end of the file. Every pass copies or reads something or
+// stops, and there are no more passes than places that hold bytes. `keep`:
+// small reads are kept for the other streams (fills, not frames). Called
+// under the file's window lock when `w` has a file.
+uint32_t take(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out, uint32_t size,
+              bool keep) {
+    // Nothing is asked for past the end of the file.
+    const int64_t file_size = w->file != nullptr ? w->file->file_size : 0;
+    if (file_size > 0 && file_size - pos < (int64_t)size) size = pos < file_size ? (uint32_t)(file_size - pos) : 0;
+    uint32_t done = 0;
+    while (done < size) {
+        const int64_t at = pos + done;
+        uint32_t n = size - done;
+        int64_t next = INT64_MAX;
+        const qmkvd_window *o = w->file != nullptr ? held_elsewhere(w, at, &next) : nullptr;
+        if (o != nullptr) {
+            const uint32_t held = o->len - (uint32_t)(at - o->start);
+            if (held < n) n = held;
+            memcpy(out + done, o->bytes + (at - o->start), n);
+            done += n;
+            continue;
+        }
+        if (next - at < (int64_t)n) n = (uint32_t)(next - at);
+        if (mfal->setpos(fp, &at) != 0) break;
+        const int32_t got = mfal->read(fp, out + done, (int32_t)n);
+        if (got <= 0) break;
+        if (keep && w->file != nullptr) remember(w->file, at, out + done, (uint32_t)got);
+        done += (uint32_t)got;
+        if ((uint32_t)got < n) break;
+    }
+    return done;
+}
+
+void lock(const qmkvd_window *w) {
+    if (w->file != nullptr) pthread_mutex_lock(&w->file->window_lock);
+}
+
+void unlock(const qmkvd_window *w) {
+    if (w->file != nullptr) pthread_mutex_unlock(&w->file->window_lock);
+}
+
 // Refills the window from `pos` with at least `want` bytes (capacity
-// allowing). False when the read returned nothing.
+// allowing). False when nothing could be had.
 bool fill(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint32_t want) {
-    const bool continues = w->len > 0 && pos >= w->start && pos <= w->start + (int64_t)w->len;
+    // A fill less than a window's length past the end of the last one
+    // continues a run forward through the file (passing over blocks of
+    // other tracks on the way).
+    const bool continues = w->len > 0 && pos >= w->start && pos - w->start <= 2 * (int64_t)w->len;
     w->next_fill = continues ? (w->next_fill < w->cap / 2 ? w->next_fill * 2 : w->cap) : kFirstFill;
     if (w->next_fill > w->cap) w->next_fill = w->cap;
     uint32_t size = want > w->next_fill ? want : w->next_fill;
     if (size > w->cap) size = w->cap;
+    lock(w);
     w->len = 0;
     w->start = pos;
-    if (size == 0 || mfal->setpos(fp, &pos) != 0) return false;
-    const int32_t got = mfal->read(fp, w->bytes, (int32_t)size);
-    w->len = got > 0 ? (uint32_t)got : 0;
+    w->len = size > 0 ? take(w, mfal, fp, pos, w->bytes, size, true) : 0;
+    unlock(w);
     return w->len > 0;
 }
 
@@ -43,6 +124,23 @@ void qmkvd_window_init(qmkvd_window *w, uint8_t *bytes, uint32_t cap) {
     w->cap = bytes != nullptr ? cap : 0;
     w->next_fill = kFirstFill;
     w->bytes = bytes;
+    w->file = nullptr;
+}
+
+void qmkvd_window_join(qmkvd_window *w, qmkvd *file, uint8_t *bytes, uint32_t cap) {
+    pthread_mutex_lock(&file->window_lock);
+    qmkvd_window_init(w, bytes, cap);
+    w->file = file;
+    pthread_mutex_unlock(&file->window_lock);
+}
+
+uint8_t *qmkvd_window_leave(qmkvd_window *w) {
+    qmkvd *file = w->file;
+    if (file != nullptr) pthread_mutex_lock(&file->window_lock);
+    uint8_t *bytes = w->bytes;
+    qmkvd_window_init(w, nullptr, 0);
+    if (file != nullptr) pthread_mutex_unlock(&file->window_lock);
+    return bytes;
 }
 
 const uint8_t *qmkvd_window_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint32_t want,
@@ -70,11 +168,12 @@ uint32_t qmkvd_window_copy(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, i
     }
     int64_t at = pos + done;
     if (done < n) {
-        // The rest in one read of the file, straight into the caller's buffer.
-        if (mfal->setpos(fp, &at) != 0) return done;
-        const int32_t got = mfal->read(fp, out + done, (int32_t)(n - done));
-        if (got > 0) done += (uint32_t)got;
-        return done;
+        // The rest straight into the caller's buffer: what other streams'
+        // windows hold copied from there, the rest in one read of the file.
+        lock(w);
+        done += take(w, mfal, fp, at, out + done, n - done, false);
+        unlock(w);
+        at = pos + done;
     }
     mfal->setpos(fp, &at);
     return done;

@@ -1,8 +1,11 @@
 // A read-ahead window over one file object: the frame path parses block
 // headers and lacing from memory and copies small frames out of it, so a
-// block costs about one read of the file instead of one per field. Every
-// fill is still a single read of the file-access layer. File bytes never
-// change, so a window stays valid across seeks; only its growth restarts.
+// block costs about one read of the file instead of one per field. The
+// windows of one file's streams are shared: a fill takes what another
+// stream's window already holds and reads only the rest, so interleaved
+// tracks, each passing over the other's blocks, ask for each stretch of the
+// file about once. File bytes never change, so a window stays valid across
+// seeks; only its growth restarts.
 #ifndef QMKVD_WINDOW_H_
 #define QMKVD_WINDOW_H_
 
@@ -12,8 +15,16 @@
 #include "common/qcmn_mfal.h"
 #include "demux/qmkvd_types.h"
 
-// Points `w` at `bytes` (capacity `cap`), empty.
+// Points `w` at `bytes` (capacity `cap`), empty, on its own.
 void qmkvd_window_init(qmkvd_window *w, uint8_t *bytes, uint32_t cap);
+
+// The same for a stream's window, which joins the windows of `file`: its
+// fills take what the others hold, and theirs what it holds.
+void qmkvd_window_join(qmkvd_window *w, qmkvd *file, uint8_t *bytes, uint32_t cap);
+
+// Takes the window out of its file's windows, empty; returns its buffer
+// for the caller to free.
+uint8_t *qmkvd_window_leave(qmkvd_window *w);
 
 // The bytes from `pos` on: a pointer into the window and, in *avail, how
 // many it holds from there (at least `want` unless the file ends first or

@@ -41,14 +41,14 @@ int32_t io_getsize(QCMN_MFAL_FP *fp, int64_t *size) {
 
 }  // namespace
 
-void qmkvd_window_io_init(qmkvd_window_io *io, qmkvds *s) {
+void qmkvd_window_io_init(qmkvd_window_io *io, qmkvds *s, qmkvd_window *w) {
     memset(io, 0, sizeof(*io));
     io->mfal.read = io_read;
     io->mfal.getpos = io_getpos;
     io->mfal.setpos = io_setpos;
     io->mfal.skip = io_skip;
     io->mfal.getsize = io_getsize;
-    io->w = &s->window;
+    io->w = w;
     io->base = s->mfal;
     io->base_fp = s->file;
     s->mfal->getpos(s->file, &io->pos);

@@ -19,9 +19,10 @@ typedef struct qmkvd_window_io {
     int64_t pos;
 } qmkvd_window_io;
 
-// A view over the stream's window and file object, at the file object's
+// A view over window `w` (the stream's own, or one the caller keeps for a
+// particular walk) and the stream's file object, at the file object's
 // current position.
-void qmkvd_window_io_init(qmkvd_window_io *io, qmkvds *stream);
+void qmkvd_window_io_init(qmkvd_window_io *io, qmkvds *stream, qmkvd_window *w);
 
 // The handle to pass with `io->mfal`.
 static inline QCMN_MFAL_FP *qmkvd_window_io_fp(qmkvd_window_io *io) {

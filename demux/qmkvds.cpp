@@ -15,8 +15,9 @@ namespace {
 
 const char kTag[] = "qmkvd";
 
-// Read-ahead per open stream: room for a run of small frames.
-const uint32_t kWindowSize = 16384;
+// Read-ahead per open stream: room for a run of small frames, and for a
+// stretch of the file another stream of the file is about to read.
+const uint32_t kWindowSize = 65536;
 
 // File-object modes by stream type, for layers that care.
 unsigned long open_mode(uint8_t stream_type) {
@@ -91,15 +92,14 @@ qmkvds *qmkvds_open(qmkvd *demux, int32_t index, int32_t *err) {
         if (err != nullptr) *err = QMKVD_ERR_IO;
         return nullptr;
     }
-    qmkvd_window_init(&s->window, window, kWindowSize);
+    qmkvd_window_join(&s->window, demux, window, kWindowSize);
     memset(&s->cluster, 0, sizeof(s->cluster));
     s->cluster.parse_start = s->cluster.cluster_pos = demux->first_cluster_pos;
     s->cluster.parse_size = s->cluster.cluster_size = demux->first_cluster_size;
     if (parse_cluster(s->mfal, s->file, &s->cluster) != 0) {
         demux->mfal.close(s->file);
         s->file = nullptr;
-        free(window);
-        qmkvd_window_init(&s->window, nullptr, 0);
+        free(qmkvd_window_leave(&s->window));
         return nullptr;
     }
     s->cluster.parse_start = s->cluster.cluster_pos;
@@ -120,8 +120,7 @@ void qmkvds_close(qmkvds *s) {
     }
     s->mfal->close(s->file);
     s->file = nullptr;
-    free(s->window.bytes);
-    qmkvd_window_init(&s->window, nullptr, 0);
+    free(qmkvd_window_leave(&s->window));
     free(s->stream_cues.entries);
     memset(&s->stream_cues, 0, sizeof(s->stream_cues));
     s->cues_loaded = 0;

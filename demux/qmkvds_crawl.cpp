@@ -1,8 +1,10 @@
 // Seeking without cues: a list of all Clusters with their start times,
 // built once per file and shared by its streams, then a crawl forward to a
-// key frame. Both read through the stream's window (qmkvd_window_io.h), so a
-// Cluster head costs one small read of the data source and a run of block
-// headers a few.
+// key frame. The list is built through a small window of its own, so a
+// Cluster head costs one small read of the data source (none when another
+// stream's window holds it) and the blocks between heads are never read;
+// the crawl reads block headers through the stream's window, a run of them
+// in a few reads.
 #include <stdlib.h>
 #include <string.h>
 
@@ -15,6 +17,7 @@
 #include "demux/qmkvd_ebml.h"
 #include "demux/qmkvd_parse.h"
 #include "demux/qmkvd_walk.h"
+#include "demux/qmkvd_window.h"
 #include "demux/qmkvd_window_io.h"
 #include "demux/qmkvds.h"
 
@@ -25,6 +28,9 @@ const int32_t kFrameBudget = 1024;
 // The key-frame test looks at no more than this much of a frame.
 const uint32_t kKeyTestBytes = 132;
 const uint8_t kStartCode[4] = {0, 0, 0, 1};
+// What the list needs of a Cluster: its ID and size, its Timecode and its
+// first block's header, which come within this many bytes.
+const uint32_t kClusterHeadRead = 128;
 
 // The stream and the view its crawl reads through.
 struct crawl {
@@ -34,9 +40,9 @@ struct crawl {
     QCMN_MFAL_FP *fp;
 };
 
-void crawl_init(crawl *c, qmkvds *s) {
+void crawl_init(crawl *c, qmkvds *s, qmkvd_window *w) {
     c->s = s;
-    qmkvd_window_io_init(&c->io, s);
+    qmkvd_window_io_init(&c->io, s, w);
     c->mfal = &c->io.mfal;
     c->fp = qmkvd_window_io_fp(&c->io);
 }
@@ -178,8 +184,11 @@ int32_t cluster_head(crawl *c) { return parse_cluster(c->mfal, c->fp, &c->s->clu
 int32_t qmkvds_make_cluster_list(qmkvds *s) {
     qmkvd *inst = s->demux;
     if (inst->cluster_list != nullptr) return 0;
+    uint8_t head[kClusterHeadRead];
+    qmkvd_window w;
+    qmkvd_window_join(&w, inst, head, sizeof(head));
     crawl c;
-    crawl_init(&c, s);
+    crawl_init(&c, s, &w);
     s->cluster.parse_start = s->cluster.cluster_pos;
     s->cluster.parse_size = s->cluster.cluster_size;
     setpos(&c, s->cluster.parse_start);
@@ -232,7 +241,7 @@ int32_t qmkvds_seek_crawl(qmkvds *s, const uint64_t *time, int64_t *result_time,
     if (inst->cluster_list == nullptr) qmkvds_make_cluster_list(s);
     if (inst->cluster_list == nullptr) return QMKVD_ERR_IMPOSSIBLE;
     crawl c;
-    crawl_init(&c, s);
+    crawl_init(&c, s, &s->window);
     const int64_t target_ns = (int64_t)(*time * 100);
     const qmkvd_cluster_node *node = qmkvds_find_cluster_list(inst->cluster_list, target_ns);
     s->cluster.parse_start = node->position;

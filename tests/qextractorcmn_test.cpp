@@ -20,7 +20,6 @@
 
 #include <media/stagefright/foundation/MediaDefs.h>
 
-#include "qextractorcmn/ExtMediaFormatDef.h"
 #include "qextractorcmn/qcmn_fcc2mime.h"
 #include "qextractorcmn/qcmn_device_profile.h"
 #include "qextractorcmn/qextractorcmn.h"
@@ -1161,31 +1160,6 @@ INSTANTIATE_TEST_SUITE_P(Encoded, FfmpegStream, ::testing::ValuesIn(ffCases()),
 
 // ------------------------------------------------ libavformat as oracle
 
-// AudioSpecificConfigs written by ffmpeg's AAC encoder, read back through
-// libavformat, against libavformat's own sample rate and channel count.
-TEST(AudioConfig, FfmpegAacConfigs) {
-    REQUIRE_ENCODER("aac");
-    const std::pair<int, const char *> cases[] = {{8000, "mono"},  {22050, "stereo"}, {44100, "stereo"},
-                                                  {48000, "5.1"},  {96000, "mono"},   {7350, "stereo"}};
-    for (const auto &a : cases) {
-        TempDir dir;
-        const std::string path = dir.path + "/a.mka";
-        ASSERT_TRUE(ffmpeg("sine=frequency=440:sample_rate=" + std::to_string(a.first) + ":duration=0.1",
-                           std::string("-af aformat=channel_layouts=") + a.second + " -c:a aac", "", path));
-        const qmkv_test::AvFile f = qmkv_test::avOpen(path);
-        ASSERT_TRUE(f.ok && f.streams.size() == 1u && !f.streams[0].extradata.empty());
-        const qmkv_test::AvStream &s = f.streams[0];
-        int32_t r = -99;
-        const qaud_config_out out = parseAudio(fcc("mp4a"), s.extradata.data(), s.extradata.size(), &r);
-        ASSERT_EQ(r, 0) << a.first;
-        EXPECT_EQ(out.profile, 2) << a.first;
-        EXPECT_EQ(out.sample_rate, s.sample_rate);
-        EXPECT_EQ(out.sample_rate, a.first);
-        EXPECT_EQ(out.channels, s.channels);
-        EXPECT_EQ(out.channels, std::string(a.second) == "5.1" ? 6 : std::string(a.second) == "mono" ? 1 : 2);
-    }
-}
-
 // Every video and AAC track of the shared real-file corpus.
 TEST(CorpusConfigs, AgreeWithLibavformat) {
     QMKV_REQUIRE_CORPUS();
@@ -1371,23 +1345,6 @@ TEST_F(DeviceProfile, UnusableListsFallBackToTheDefaultWithALogLine) {
         LogCapture log;
         EXPECT_EQ(query("AVC1"), kDefault) << path;
         EXPECT_TRUE(log.contains("codec list " + path + ": cannot read it: ")) << path;
-    }
-}
-
-// Framework components read these keys by their strings.
-TEST(ExtMediaFormatKeys, DocumentedStrings) {
-    const std::pair<const char *, const char *> keys[] = {
-        {AMEDIAFORMAT_KEY_FOURCC, "fourcc"}, {AMEDIAFORMAT_KEY_TRACK_FOURCC, "track-fourcc"},
-        {AMEDIAFORMAT_KEY_ERROR_TYPE, "error-type"}, {AMEDIAFORMAT_KEY_TRACK_STATUS, "track-status"},
-        {AMEDIAFORMAT_KEY_ERROR_LOGGABLE, "error-loggable"},
-        {AMEDIAFORMAT_KEY_TRACK_NAME, "track-name"}, {AMEDIAFORMAT_KEY_IS_MP4_DP, "is-mp4-dp"},
-        {AMEDIAFORMAT_KEY_I_FRAME_AVG_INTERVAL, "i-frame-avg-interval"},
-        {AMEDIAFORMAT_KEY_ALLOW_FRAME_REORDERING, "allow-frame-reordering"},
-        {AMEDIAFORMAT_KEY_WRITER, "writer"}, {AMEDIAFORMAT_KEY_CHAR_ENCODING_TYPES, "char-encoding-types"},
-    };
-    for (const auto &k : keys) {
-        ASSERT_NE(nullptr, k.first) << k.second;
-        EXPECT_STREQ(k.second, k.first);
     }
 }
 

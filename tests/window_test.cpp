@@ -56,14 +56,14 @@ TEST(Window, NearbyBytesComeFromOneReadAndTheEndOfTheFileLimitsWhatIsHeld) {
     EXPECT_EQ(nullptr, f.at(-1, 1, &avail));
 }
 
-// The window holds [0, 256) after the warm-up read at 0.
+// The window holds [0, 4096) after the warm-up read at 0.
 TEST(Window, CopiesAreExactAndCostAtMostOneRead) {
     struct { const char *name; int64_t warm; int64_t pos; uint32_t n; int reads; } cases[] = {
         {"inside the window", 0, 10, 100, 0},
-        {"small, beyond the window: one fill", 0, 1000, 100, 1},
-        {"crossing the end, small rest: one fill", 0, 200, 150, 1},
-        {"crossing the end, large rest: held part and one direct read", 0, 200, 3000, 1},
-        {"large, beyond the window: one direct read", 0, 1000, 5000, 1},
+        {"small, beyond the window: one fill", 0, 9000, 100, 1},
+        {"crossing the end, small rest: one fill", 0, 4000, 150, 1},
+        {"crossing the end, large rest: held part and one direct read", 0, 4000, 3000, 1},
+        {"large, beyond the window: one direct read", 0, 9000, 5000, 1},
         {"large into an empty window", -1, 0, 8000, 1}};
     const Bytes data = counting(20000);
     for (const auto &c : cases) {
@@ -88,22 +88,22 @@ TEST(Window, CopiesAreExactAndCostAtMostOneRead) {
     }
 }
 
-// Reading on from where the window ends grows the fills; a jump starts
-// small again.
+// Reading on from where the window ends, or from less than a window's
+// length past it, grows the fills; a jump starts small again.
 TEST(Window, FillsGrowWhileReadingOnAndShrinkAfterAJump) {
-    Fixture f(counting(200000));
+    Fixture f(counting(500000), 65536);
     std::vector<uint32_t> lengths;
     int64_t pos = 0;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 6; ++i) {
         uint32_t avail = 0;
         ASSERT_NE(nullptr, f.at(pos, 1, &avail));
         lengths.push_back(f.w.len);
-        pos = f.w.start + f.w.len;
+        pos = f.w.start + f.w.len + (i % 2 ? f.w.len - 1 : 0);
     }
-    EXPECT_EQ((std::vector<uint32_t>{256, 512, 1024, 2048, 4096, 8192, 16384, 16384}), lengths);
+    EXPECT_EQ((std::vector<uint32_t>{4096, 8192, 16384, 32768, 65536, 65536}), lengths);
     uint32_t avail = 0;
-    ASSERT_NE(nullptr, f.at(pos + 50000, 1, &avail));
-    EXPECT_EQ(256u, f.w.len);
+    ASSERT_NE(nullptr, f.at(pos + 2 * 65536, 1, &avail));
+    EXPECT_EQ(4096u, f.w.len);
 }
 
 TEST(Window, CursorReadsEbmlSizes) {

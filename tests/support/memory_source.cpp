@@ -15,6 +15,7 @@ MemorySource::MemorySource(std::vector<uint8_t> bytes) : mBytes(std::move(bytes)
 ssize_t MemorySource::readAt(void *h, off64_t offset, void *data, size_t size) {
     MemorySource *self = static_cast<MemorySource *>(h);
     self->readCalls++;
+    self->askedBytes += size;
     if (self->failReads) return android::UNKNOWN_ERROR;
     if (offset < 0 || (uint64_t)offset >= self->mBytes.size()) return 0;
     size_t n = self->mBytes.size() - (size_t)offset;

@@ -1,5 +1,5 @@
 // A CDataSource over bytes in memory, with knobs for the failures a real
-// source can show (failed reads, unknown size), and a readAt counter.
+// source can show (failed reads, unknown size), and readAt counters.
 #ifndef QMKV_TEST_MEMORY_SOURCE_H_
 #define QMKV_TEST_MEMORY_SOURCE_H_
 
@@ -23,6 +23,7 @@ public:
     bool failReads = false;    // readAt returns a negative status
     bool unknownSize = false;  // getSize fails and leaves the size alone
     int readCalls = 0;
+    uint64_t askedBytes = 0;  // what the reads asked for
 
 private:
     static ssize_t readAt(void *h, off64_t offset, void *data, size_t size);
