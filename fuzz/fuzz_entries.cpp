@@ -415,6 +415,8 @@ int fuzzConfig(const uint8_t *data, size_t size) {
         if (r != QVID_CFG_OK && r != QVID_CFG_NEED_MORE && r != QVID_CFG_ERR_MALFORMED && r != QVID_CFG_ERR_ARG)
             broken("qvid_config_parser returned an undocumented result");
         if (r == QVID_CFG_OK && (out.width < 0 || out.height < 0)) broken("qvid_config_parser: negative dimensions");
+        if ((r == QVID_CFG_ERR_MALFORMED) != (qcmn_config_error() != nullptr))
+            broken("qvid_config_parser: a reason exactly with a malformed result");
     }
     for (uint32_t tag : kAudioTags) {
         qaud_config_in in = {data, (uint32_t)size, tag};
@@ -422,6 +424,9 @@ int fuzzConfig(const uint8_t *data, size_t size) {
         const int32_t r = qaud_config_parser(&in, &out);
         if (r != QAUD_CFG_OK && r != QAUD_CFG_ERR_MALFORMED && r != QAUD_CFG_ERR_ARG && r != QAUD_CFG_ERR_UNSUPPORTED)
             broken("qaud_config_parser returned an undocumented result");
+        if ((r == QAUD_CFG_ERR_MALFORMED) != (qcmn_config_error() != nullptr))
+            broken("qaud_config_parser: a reason exactly with a malformed result");
+        if (r == QAUD_CFG_OK && (out.sample_rate <= 0 || out.channels < 0)) broken("qaud_config_parser: bad rate or channels");
     }
     // The device profile, asked about a code taken from the input.
     if (size >= 4) {

@@ -104,7 +104,7 @@ uint64_t uintOf(const FileBytes &b, const Element &e) {
 
 const uint32_t kSegment = 0x18538067, kCluster = 0x1F43B675, kCues = 0x1C53BB6B;
 
-TEST(Corpus, EveryExpectedFileHasItsDocTypeStreamsAndAKeyFrameFirst) {
+TEST(Corpus, EveryExpectedFileHasItsDocTypeAndStreams) {
     QMKV_REQUIRE_CORPUS();
     std::set<std::string> listed, expected;
     for (const CorpusEntry &e : corpusFiles()) EXPECT_TRUE(listed.insert(e.name).second) << "listed twice: " << e.name;
@@ -128,33 +128,10 @@ TEST(Corpus, EveryExpectedFileHasItsDocTypeStreamsAndAKeyFrameFirst) {
         std::string kinds;
         for (const AvStream &st : f.streams) kinds += "vasot"[std::min(st.media_type, 4)];
         EXPECT_EQ(x.kinds, kinds);
-        const std::vector<AvPacket> packets = f.readAll();
-        for (const AvStream &st : f.streams) {
-            if (st.media_type == kAvAttachment) continue;
-            auto first = std::find_if(packets.begin(), packets.end(),
-                                      [&](const AvPacket &p) { return p.stream == st.index; });
-            ASSERT_NE(packets.end(), first) << "no packet in stream " << st.index;
-            // GStreamer leaves the key flag off the frames of some audio codecs.
-            EXPECT_TRUE(first->key || (name.rfind("gst_", 0) == 0 && st.media_type == kAvAudio)) << st.index;
-        }
     }
 }
 
-TEST(Corpus, CuesSitBeforeOrAfterTheClustersOrNowhere) {
-    QMKV_REQUIRE_CORPUS();
-    struct { const char *name; int where; } cases[] = {  // -1 before, 1 after, 0 none
-        {"h264_aac.mkv", 1}, {"h264_aac_30s.mkv", 1}, {"h264_aac_cues_front.mkv", -1},
-        {"mkvmerge_h264_aac.mkv", 1}, {"mkvmerge_nocues.mkv", 0}};
-    for (const auto &c : cases) {
-        const FileBytes b = readBytes(corpusFile(c.name));
-        const std::vector<Element> cues = under(b, {kSegment, kCues}), clusters = under(b, {kSegment, kCluster});
-        ASSERT_FALSE(clusters.empty()) << c.name;
-        ASSERT_EQ(c.where != 0, !cues.empty()) << c.name;
-        EXPECT_EQ(c.where < 0, c.where != 0 && cues[0].offset < clusters[0].offset) << c.name;
-    }
-}
-
-TEST(Corpus, LacingBlockGroupsAndCompressionAreReallyWritten) {
+TEST(Corpus, LacingBlockGroupsCompressionAndFrontCuesAreReallyWritten) {
     QMKV_REQUIRE_CORPUS();
     // lacing: the one kind a track's laced blocks use (1 Xiph, 2 fixed, 3 EBML), -1 any, 0 none.
     struct { const char *name; uint64_t track; int lacing; } cases[] = {
@@ -187,6 +164,11 @@ TEST(Corpus, LacingBlockGroupsAndCompressionAreReallyWritten) {
         EXPECT_EQ(frames, size_t(std::count_if(packets.begin(), packets.end(),
                                                [&](const AvPacket &p) { return p.stream == int(c.track) - 1; })));
     }
+    // ffmpeg's reserved index space puts the Cues before the first Cluster.
+    const FileBytes front = readBytes(corpusFile("h264_aac_cues_front.mkv"));
+    const std::vector<Element> cues = under(front, {kSegment, kCues}), clusters = under(front, {kSegment, kCluster});
+    ASSERT_TRUE(!cues.empty() && !clusters.empty());
+    EXPECT_LT(cues[0].offset, clusters[0].offset);
     const FileBytes groups = readBytes(corpusFile("mkvmerge_blockgroups.mkv"));
     EXPECT_TRUE(under(groups, {kSegment, kCluster, 0xA3}).empty());
     EXPECT_FALSE(under(groups, {kSegment, kCluster, 0xA0, 0xA1}).empty());
@@ -205,34 +187,6 @@ TEST(Corpus, LacingBlockGroupsAndCompressionAreReallyWritten) {
             algos[uintOf(b, under(b, {0xD7}, entry).at(0))] = algo.empty() ? 0 : uintOf(b, algo[0]);
         }
         EXPECT_EQ(c.algos, algos) << c.name;
-    }
-}
-
-// The header-stripping rewrite must change nothing but the storage: the
-// oracle, which undoes the stripping, reads the very same frames and lands
-// its seeks, which go through the rewritten cues, alike.
-TEST(Corpus, HeaderStrippedFilesCarryTheSourceFrames) {
-    QMKV_REQUIRE_CORPUS();
-    struct { const char *stripped, *source; } cases[] = {{"hdrstrip_h264.mkv", "mkvmerge_h264_aac.mkv"},
-                                                          {"hdrstrip_mp3.mkv", "mkvmerge_h264_mp3.mkv"},
-                                                          {"hdrstrip_mpeg4.mkv", "mpeg4_mp3.mkv"}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.stripped);
-        const AvFile s = avOpen(corpusFile(c.stripped)), o = avOpen(corpusFile(c.source));
-        ASSERT_TRUE(s.ok && o.ok && o.streams.size() == s.streams.size());
-        for (size_t i = 0; i < o.streams.size(); ++i) {
-            for (int64_t t : {0, 700000, 1500000, 2600000}) {
-                const AvPacket a = o.seekFirst(int(i), t), z = s.seekFirst(int(i), t);
-                EXPECT_TRUE(a.pts_us == z.pts_us && a.data == z.data) << "stream " << i << " seek to " << t;
-            }
-        }
-        const std::vector<AvPacket> sp = s.readAll(), op = o.readAll();
-        ASSERT_EQ(op.size(), sp.size());
-        for (size_t i = 0; i < op.size(); ++i) {
-            ASSERT_TRUE(op[i].stream == sp[i].stream && op[i].pts_us == sp[i].pts_us && op[i].key == sp[i].key &&
-                        op[i].data == sp[i].data)
-                << "packet " << i;
-        }
     }
 }
 

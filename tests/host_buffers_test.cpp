@@ -117,27 +117,6 @@ TEST(HostBufferGroupDeathTest, ARangeOutsideTheBufferIsFatal) {
     b->release();
 }
 
-TEST(HostReadOptions, DecodeTheFrameworksOptionWord) {
-    using Options = MediaTrackHelper::ReadOptions;
-    const struct { uint32_t options; bool seek; Options::SeekMode mode; bool nonBlocking; } cases[] = {
-        {0, false, Options::SEEK_PREVIOUS_SYNC, false},
-        {android::SEEK_CLOSEST, false, Options::SEEK_PREVIOUS_SYNC, false},  // a mode without SEEK
-        {android::SEEK | android::SEEK_PREVIOUS_SYNC, true, Options::SEEK_PREVIOUS_SYNC, false},
-        {android::SEEK | android::SEEK_FRAME_INDEX, true, Options::SEEK_FRAME_INDEX, false},
-        {android::NONBLOCKING, false, Options::SEEK_PREVIOUS_SYNC, true},
-        {android::SEEK | android::NONBLOCKING | 7, true, static_cast<Options::SeekMode>(7), true},
-    };
-    for (const auto &c : cases) {
-        Options opts(c.options, 1234567);
-        int64_t time = -1;
-        Options::SeekMode mode = Options::SEEK_PREVIOUS_SYNC;
-        EXPECT_EQ(c.seek, opts.getSeekTo(&time, &mode)) << c.options;
-        EXPECT_EQ(c.seek ? 1234567 : -1, time) << c.options;
-        EXPECT_EQ(c.mode, mode) << c.options;
-        EXPECT_EQ(c.nonBlocking, opts.getNonBlocking()) << c.options;
-    }
-}
-
 // ------------------------------------------------ a trivial plug-in, wrapped
 
 // What the trivial plug-in saw, kept by the test.

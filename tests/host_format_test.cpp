@@ -1,16 +1,12 @@
-// The host's AMediaFormat and calling-uid hook behave as the platform's do
-// for a plug-in.
+// The host's AMediaFormat behaves as the platform's does for a plug-in.
 #include <gtest/gtest.h>
 
 #include <string.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
 
-#include <android/binder_ibinder.h>
 #include <media/NdkMediaFormat.h>
-#include <qmkvhost/CallingUid.h>
 #include <qmkvhost/FormatEntries.h>
 
 using qmkvhost::FormatType;
@@ -85,50 +81,6 @@ TEST(HostFormat, EachTypeIsFoundOnlyByItsOwnGetterAndReplacedInPlace) {
     }
 }
 
-TEST(HostFormat, MissingNamesAndNullArgumentsFindNothing) {
-    Format f;
-    AMediaFormat_setInt32(f, "width", 640);
-    int32_t v = 5;
-    EXPECT_FALSE(AMediaFormat_getInt32(f, "Width", &v));  // names are case-sensitive
-    EXPECT_FALSE(AMediaFormat_getInt32(f, nullptr, &v));
-    EXPECT_FALSE(AMediaFormat_getInt32(nullptr, "width", &v));
-    EXPECT_EQ(5, v);
-    AMediaFormat_setInt32(nullptr, "width", 1);
-    AMediaFormat_setString(f, "title", nullptr);  // ignored
-    AMediaFormat_setBuffer(f, AMEDIAFORMAT_KEY_CSD_1, nullptr, 4);  // ignored
-    EXPECT_EQ(std::vector<std::string>{"width"}, names(f));
-}
-
-TEST(HostFormat, StringsAreCopiedAndStayPutWhileOtherEntriesChange) {
-    Format f;
-    char text[] = "English";
-    AMediaFormat_setString(f, AMEDIAFORMAT_KEY_LANGUAGE, text);
-    text[0] = 'X';
-    const char *got = nullptr;
-    ASSERT_TRUE(AMediaFormat_getString(f, AMEDIAFORMAT_KEY_LANGUAGE, &got));
-    for (int i = 0; i < 100; ++i) AMediaFormat_setInt32(f, ("key" + std::to_string(i)).c_str(), i);
-    EXPECT_STREQ("English", got);  // a copy, and the same pointer stays valid
-    // A value taken from the entry it replaces.
-    AMediaFormat_setString(f, AMEDIAFORMAT_KEY_LANGUAGE, got);
-    ASSERT_TRUE(AMediaFormat_getString(f, AMEDIAFORMAT_KEY_LANGUAGE, &got));
-    EXPECT_STREQ("English", got);
-}
-
-TEST(HostFormat, BuffersAreCopiedByteForByte) {
-    const std::vector<uint8_t> cases[] = {{}, {0}, {0, 0, 0, 1, 0x67, 0x42}, std::vector<uint8_t>(70000, 0xAB)};
-    for (std::vector<uint8_t> bytes : cases) {
-        Format f;
-        AMediaFormat_setBuffer(f, AMEDIAFORMAT_KEY_CSD_0, bytes.data(), bytes.size());
-        const std::vector<uint8_t> expected = bytes;
-        std::fill(bytes.begin(), bytes.end(), 0x55);
-        uint8_t *data = nullptr;
-        size_t size = 99;
-        ASSERT_TRUE(AMediaFormat_getBuffer(f, AMEDIAFORMAT_KEY_CSD_0, reinterpret_cast<void **>(&data), &size));
-        ASSERT_NE(nullptr, data);
-        EXPECT_EQ(expected, std::vector<uint8_t>(data, data + size));
-    }
-}
-
 TEST(HostFormat, CopyReplacesTheTargetWithAnIndependentDuplicateAndClearEmptiesIt) {
     Format from, to;
     const uint8_t csd[] = {1, 2, 3};
@@ -157,17 +109,6 @@ TEST(HostFormat, CopyReplacesTheTargetWithAnIndependentDuplicateAndClearEmptiesI
     EXPECT_EQ(AMEDIA_ERROR_INVALID_PARAMETER, AMediaFormat_copy(nullptr, to));
     EXPECT_EQ(AMEDIA_ERROR_INVALID_PARAMETER, AMediaFormat_copy(to, nullptr));
     EXPECT_STREQ("", AMediaFormat_toString(from));
-}
-
-TEST(HostCallingUid, IsThisProcessUnlessATestPlaysAnotherCaller) {
-    EXPECT_EQ(getuid(), AIBinder_getCallingUid());
-    {
-        HostCallingUidScope media(1013);
-        EXPECT_EQ(1013u, AIBinder_getCallingUid());
-        host_setCallingUid(0);
-        EXPECT_EQ(0u, AIBinder_getCallingUid());
-    }
-    EXPECT_EQ(getuid(), AIBinder_getCallingUid());
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <random>
 #include <utility>
 #include <vector>
 
@@ -155,11 +154,10 @@ TEST(Vkeyfrm, NullOrEmptyOrNegativeLength) {
     }
 }
 
-// Every prefix of every case, then random short buffers rich in zero bytes
-// and start-code patterns, for every type in the range, each in a buffer of
-// exactly its size: under AddressSanitizer this shows that no test reads
+// Every prefix of every case, for every type in the range, each in a buffer
+// of exactly its size: under AddressSanitizer this shows that no test reads
 // past `length`.
-TEST(Vkeyfrm, PrefixesAndRandomBuffersStayInBounds) {
+TEST(Vkeyfrm, PrefixesStayInBounds) {
     for (const Case &c : kCases) {
         for (size_t n = 0; n <= c.bytes.size(); ++n) {
             const Bytes prefix(c.bytes.begin(), c.bytes.begin() + n);
@@ -168,15 +166,6 @@ TEST(Vkeyfrm, PrefixesAndRandomBuffersStayInBounds) {
                 EXPECT_TRUE(r == 0 || r == 1) << mt << " " << c.what << " " << n;
             }
         }
-    }
-    std::mt19937 rng(12345);
-    const uint8_t interesting[] = {0x00, 0x00, 0x00, 0x01, 0x80, 0x84, 0x02, 0x1C, 0x1D, 0x80,
-                                   0xB6, 0x65, 0x26, 0x9D, 0x2A, 0xFF, 0x88, 0x41};
-    for (int iter = 0; iter < 20000; ++iter) {
-        Bytes b(rng() % 13);
-        for (uint8_t &v : b) v = (rng() % 2) ? interesting[rng() % sizeof interesting] : (uint8_t)rng();
-        const int32_t r = key(102 + (int)(rng() % 21), b);
-        ASSERT_TRUE(r == 0 || r == 1);
     }
 }
 

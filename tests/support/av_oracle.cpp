@@ -145,32 +145,6 @@ std::vector<int64_t> AvFile::keyFrameTimesUs(int stream) const {
     return times;
 }
 
-AvPacket AvFile::seekFirst(int stream, int64_t time_us) const {
-    AvPacket found;
-    std::string error;
-    InputPtr ctx = openRaw(path, &error);
-    if (!ctx) {
-        ADD_FAILURE() << "oracle cannot open " << path << ": " << error;
-        return found;
-    }
-    if (stream < 0 || unsigned(stream) >= ctx->nb_streams) {
-        ADD_FAILURE() << path << " has no stream " << stream;
-        return found;
-    }
-    const AVRational tb = ctx->streams[stream]->time_base;
-    const int64_t ts = av_rescale_q(time_us, AVRational{1, 1000000}, tb);
-    if (av_seek_frame(ctx.get(), stream, ts, AVSEEK_FLAG_BACKWARD) < 0) return found;
-    AVPacket *pkt = av_packet_alloc();
-    while (av_read_frame(ctx.get(), pkt) >= 0) {
-        const bool hit = pkt->stream_index == stream;
-        if (hit) found = convert(pkt, tb);
-        av_packet_unref(pkt);
-        if (hit) break;
-    }
-    av_packet_free(&pkt);
-    return found;
-}
-
 bool avProbeVideo(const std::string &path, AvVideoParams *out) {
     AVFormatContext *raw = nullptr;
     if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0) {

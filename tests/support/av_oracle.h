@@ -1,7 +1,6 @@
 // An independent reading of a media file through libavformat, used as the
 // oracle our demuxer is compared against: container duration, streams with
-// their codec parameters, every packet in file order, key-frame times and
-// where a seek lands.
+// their codec parameters, every packet in file order and key-frame times.
 //
 // libavformat already undoes what the container adds: laces are split,
 // header stripping and zlib compression are reversed, so its packets are
@@ -54,10 +53,6 @@ struct AvFile {
     std::vector<AvPacket> readAll() const;
     // Presentation times of the key frames of one stream, in file order.
     std::vector<int64_t> keyFrameTimesUs(int stream) const;
-    // Where libavformat lands when seeking `stream` back to the key frame
-    // at or before `time_us`: the first packet of that stream it then
-    // returns. stream == -1 in the result when the seek failed.
-    AvPacket seekFirst(int stream, int64_t time_us) const;
     // The streams' codec names in index order, joined with '+': "h264+aac".
     std::string codecSummary() const;
 };

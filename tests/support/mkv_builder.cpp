@@ -58,10 +58,6 @@ Bytes xiphLace(const std::vector<Bytes> &frames) {
     return cat({out, framesOf(frames)});
 }
 
-Bytes fixedLace(const std::vector<Bytes> &frames) {
-    return cat({Bytes{(uint8_t)(frames.size() - 1)}, framesOf(frames)});
-}
-
 Bytes ebmlLace(const std::vector<Bytes> &frames) {
     Bytes out{(uint8_t)(frames.size() - 1)};
     if (frames.size() > 1) {

@@ -42,9 +42,8 @@ Bytes cluster(uint64_t timecode = 0);
 // Block header: track number, 16-bit relative timecode, flags.
 Bytes blockHeader(uint32_t track, int16_t relTimecode, uint8_t flags);
 Bytes simpleBlock(uint32_t track, int16_t relTimecode, uint8_t flags, const Bytes &payload);
-// Lace data (count byte, sizes, frames) for flags 0x02 Xiph, 0x04 fixed, 0x06 EBML.
+// Lace data (count byte, sizes, frames) for flags 0x02 Xiph, 0x06 EBML.
 Bytes xiphLace(const std::vector<Bytes> &frames);
-Bytes fixedLace(const std::vector<Bytes> &frames);
 Bytes ebmlLace(const std::vector<Bytes> &frames);
 // A Cluster with its Timecode and the given block elements.
 Bytes clusterOf(uint64_t timecode, std::initializer_list<Bytes> blocks);
