@@ -25,14 +25,7 @@ CALLGRIND=${BENCH_CALLGRIND:-1}
 "$ROOT/scripts/setup.sh"
 # valgrind (callgrind and its client-request header) and linux-perf (the
 # profile of the open).
-for pkg in valgrind linux-perf; do
-  if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
-    echo "bench: installing $pkg" >&2
-    SUDO=""
-    [ "$(id -u)" -eq 0 ] || SUDO="sudo"
-    DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "$pkg" >/dev/null
-  fi
-done
+"$ROOT/scripts/setup.sh" valgrind linux-perf
 
 # mkvparser's header, which Debian's libwebm-dev does not install: taken from
 # the source package of the installed libwebm1 (the same version), fetched

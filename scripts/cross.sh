@@ -16,19 +16,7 @@ build=${1:-build}
 corpus=${2:-$build/corpus}
 start=$SECONDS
 
-packages=(g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "cross: installing ${missing[*]}" >&2
-  SUDO=""
-  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
-  export DEBIAN_FRONTEND=noninteractive
-  $SUDO apt-get update -qq >/dev/null
-  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+scripts/setup.sh g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
 
 cmake -S . -B "$build" >/dev/null  # picks up a tree configured before qmkvdump existed
 cmake --build "$build" --target qmkvdump -j"$(nproc)" >/dev/null

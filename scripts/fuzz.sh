@@ -22,19 +22,7 @@ jobs=${QMKV_FUZZ_JOBS:-2}
 [ "$jobs" -le "$(nproc)" ] || jobs=$(nproc)
 
 scripts/setup.sh
-# clang and its fuzzer and sanitizer runtimes, only when missing.
-missing=()
-for p in clang libclang-rt-14-dev; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "fuzz: installing ${missing[*]}" >&2
-  SUDO=""
-  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
-  export DEBIAN_FRONTEND=noninteractive
-  $SUDO apt-get update -qq >/dev/null
-  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+scripts/setup.sh clang libclang-rt-14-dev  # clang and its fuzzer and sanitizer runtimes
 cc=clang-14 cxx=clang++-14
 command -v "$cxx" >/dev/null || { cc=clang; cxx=clang++; }
 

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Installs what the build, the tests and the tools need, only when missing.
+# Installs what the build, the tests and the tools need, only when missing;
+# given package names, installs those instead (the cross compilers, clang,
+# valgrind: what only one script needs).
 set -euo pipefail
 
-packages=(
+packages=("$@")
+[ ${#packages[@]} -gt 0 ] || packages=(
   build-essential cmake pkg-config googletest libgtest-dev
   android-libutils-dev android-liblog-dev android-libbase-dev
   zlib1g-dev nlohmann-json3-dev libtinyxml2-dev libcairo2-dev

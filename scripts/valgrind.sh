@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
-command -v valgrind >/dev/null || { DEBIAN_FRONTEND=noninteractive apt-get install -y -qq valgrind >/dev/null; }
+scripts/setup.sh valgrind
 corpus="$build/corpus"
 [ -f "$corpus/manifest.txt" ] || bash tests/corpus/make_corpus.sh "$corpus" >/dev/null
 runs=0
