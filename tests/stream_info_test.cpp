@@ -38,15 +38,16 @@ Config configOf(qmkvd *inst, int index = 0, int32_t extra = 0) {
 }
 
 TEST(Format, AacLcConfigFromRateAndChannels) {
-    struct { double rate; int channels; Bytes expected; } cases[] = {
-        {96000.0, 2, {0x10, 0x10}}, {44100.0, 2, {0x12, 0x10}}, {48000.0, 1, {0x11, 0x88}}, {8000.0, 6, {0x15, 0xB0}}};
-    for (const auto &c : cases) {
-        auto f(open(trackEntry(1, 2, "A_AAC/MPEG4/LC/SBR", {el(mkv::Audio, {f64_el(mkv::SamplingFrequency, c.rate),
-                                                                     uint_el(mkv::Channels, (uint64_t)c.channels)})})));
+    // Object type 2, the sampling frequency index of ISO/IEC 14496-3, the channel configuration.
+    const double kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
+    for (uint8_t i = 0; i < 12; ++i) {
+        const uint8_t channels = 1 + i % 6;
+        auto f(open(trackEntry(1, 2, "A_AAC/MPEG4/LC/SBR", {el(mkv::Audio, {f64_el(mkv::SamplingFrequency, kRates[i]),
+                                                                     uint_el(mkv::Channels, channels)})})));
         ASSERT_NE(nullptr, f->inst);
         Config got = configOf(f->inst);
         EXPECT_EQ(0, got.result);
-        EXPECT_EQ(c.expected, got.bytes) << c.rate;
+        EXPECT_EQ(Bytes({(uint8_t)(0x10 | i >> 1), (uint8_t)((i & 1) << 7 | channels << 3)}), got.bytes) << kRates[i];
     }
     LogCapture log;
     auto f(open(trackEntry(1, 2, "A_AAC/MPEG2/LC", {el(mkv::Audio, {f64_el(mkv::SamplingFrequency, 7350.0)})})));
@@ -186,6 +187,13 @@ TEST(Info, StreamTwinsCheckTheHandle) {
     EXPECT_EQ(0, qmkvds_get_format(s, nullptr, &size));
     EXPECT_EQ(2, size);
     EXPECT_EQ(-7, qmkvd_get_format(f->inst, 0, nullptr, nullptr));
+    int64_t pos = 0, cluster = 0, time = 0;
+    uint32_t frames = 0;
+    EXPECT_EQ(QMKVD_ERR_IMPOSSIBLE, qmkvds_get_block_pos(s, &pos, &frames, &cluster, &time)) << "no frame read yet";
+    EXPECT_EQ(QMKVD_ERR_ARGUMENT, qmkvds_get_block_pos(s, nullptr, &frames, &cluster, &time));
+    EXPECT_EQ(QMKVD_ERR_ARGUMENT, qmkvds_get_block_pos(s, &pos, nullptr, &cluster, &time));
+    EXPECT_EQ(QMKVD_ERR_ARGUMENT, qmkvds_get_block_pos(s, &pos, &frames, nullptr, &time));
+    EXPECT_EQ(QMKVD_ERR_ARGUMENT, qmkvds_get_block_pos(s, &pos, &frames, &cluster, nullptr));
     qmkvds_close(s);
 }
 
