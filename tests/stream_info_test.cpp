@@ -93,6 +93,11 @@ TEST(Format, AvcFirstParameterSetsInStartCodeForm) {
     EXPECT_EQ(Bytes({0, 0, 0, 1, 0x67, 0xA, 0xB, 0, 0, 0, 1, 0x68, 0xD}), got.bytes);
     Config small = configOf(f->inst, 0, -1);
     EXPECT_EQ(0, small.size) << "a buffer too small gives no configuration";
+    const Bytes ppsCut = {1, 0x64, 0, 0x1F, 0xFF, 0xE1, 0, 1, 0x67, 1, 0};  // the PPS length cut short
+    auto cut(open(trackEntry(1, 1, "V_MPEG4/ISO/AVC", {bin_el(mkv::CodecPrivate, ppsCut)})));
+    int32_t size = 0;
+    EXPECT_EQ(0, qmkvd_get_format(cut->inst, 0, nullptr, &size));
+    EXPECT_EQ(0, size) << "nor does a record cut short";
 }
 
 TEST(Format, SizeQueriesOfCodecsWithoutAConfiguration) {
