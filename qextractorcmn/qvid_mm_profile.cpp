@@ -42,9 +42,11 @@ void default_device_profile(DeviceProfile *p) {
     }
 }
 
-void current_device_profile(DeviceProfile *p) {
-    const char *path = getenv(kEnv);
-    if (path == nullptr || path[0] == '\0') path = platform_codec_list();
+namespace {
+
+// The list at `path` (none: the built-in profile); an unusable list logs why
+// and gives the built-in profile.
+void read_device_profile(const char *path, DeviceProfile *p) {
     std::string why;
     if (path == nullptr) {
         default_device_profile(p);
@@ -52,6 +54,25 @@ void current_device_profile(DeviceProfile *p) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "codec list %s: %s; using the built-in profile", path, why.c_str());
         default_device_profile(p);
     }
+}
+
+}  // namespace
+
+void current_device_profile(DeviceProfile *p) {
+    const char *path = getenv(kEnv);
+    if (path != nullptr && path[0] != '\0') {
+        // A list named for this run (one pulled from a device) is read at each query: it may change.
+        read_device_profile(path, p);
+        return;
+    }
+    // The platform's own list sits on a read-only partition: read once per process, not twice per
+    // video track of every file the media scanner opens.
+    static const DeviceProfile platform = [] {
+        DeviceProfile d;
+        read_device_profile(platform_codec_list(), &d);
+        return d;
+    }();
+    *p = platform;
 }
 
 }  // namespace qcmn
