@@ -9,6 +9,7 @@
 #include "demux/qmkvd_codec.h"
 #include "demux/qmkvd_float.h"
 #include "demux/qmkvd_parse.h"
+#include "demux/qmkvd_tail.h"
 #include "demux/qmkvds.h"
 
 namespace {
@@ -67,6 +68,17 @@ void setup_streams(qmkvd *inst, uint32_t open_flags, qmkvd_format *format) {
         qmkvd_media_info(inst, s, format, i);
         if (s->stream_type == QMKVD_TRACK_AUDIO && !qmkvd_support_lacing(s->codec_type)) s->get_frm = qmkvds_get_frm_onebyone;
     }
+}
+
+// Matroska leaves an absent Duration unknown, not zero: recordings written
+// as they go have none, and their length is the end of their last frame.
+void find_duration(qmkvd *inst) {
+    if (inst->info.duration_ticks != 0) return;
+    const int64_t end_ns = qmkvd_find_end_ns(inst);
+    if (end_ns <= 0) return;
+    inst->info.duration = (double)end_ns / (double)inst->info.timecode_scale;
+    inst->info.duration_ticks = qmkvd_d2u64(inst->info.duration);
+    inst->duration_from_frames = 1;
 }
 
 int64_t duration_100ns(const qmkvd *inst) {
@@ -180,6 +192,7 @@ qmkvd *qmkvd_create(QCMN_MFAL *mfal, const uint32_t *open_params, qmkvd_format *
         return nullptr;
     }
 
+    find_duration(inst);
     setup_streams(inst, open_params != nullptr ? *open_params : 0, format);
     format->track_count = inst->stream_count;
     format->duration = duration_100ns(inst);

@@ -18,6 +18,10 @@ enum {
     ID_SIMPLE_BLOCK = 0xA3,
     ID_BLOCK = 0xA1,
     ID_BLOCK_DURATION = 0x9B,
+    ID_SILENT_TRACKS = 0x5854,
+    ID_ENCRYPTED_BLOCK = 0xAF,
+    ID_VOID = 0xEC,
+    ID_CRC32 = 0xBF,
 };
 
 // How far apart two blocks may be before a stream is taken as ended (or,
@@ -214,6 +218,20 @@ int32_t find_next_cluster(qmkvds *s) {
 
 }  // namespace
 
+bool qmkvd_block_cut(const qmkvd *file, const qmkvd_block_info *block) {
+    return file->file_size > 0 && qmkvd_end_of(block->data_pos, block->data_size) > file->file_size;
+}
+
+bool qmkvd_is_cluster_child(uint32_t id) {
+    switch (id) {
+        case ID_TIMECODE: case ID_POSITION: case ID_PREV_SIZE: case ID_BLOCK_GROUP: case ID_SIMPLE_BLOCK:
+        case ID_SILENT_TRACKS: case ID_ENCRYPTED_BLOCK: case ID_VOID: case ID_CRC32:
+            return true;
+        default:
+            return false;
+    }
+}
+
 // Callers outside the frame path get a small window of their own.
 int32_t parse_cluster(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster) {
     uint8_t bytes[64];
@@ -259,6 +277,7 @@ int32_t get_blockgroup(qmkvds *s, qmkvd_block_info *block) {
             continue;
         }
         if (block->data_size == 0) continue;  // a BlockGroup without a Block
+        if (qmkvd_block_cut(s->demux, block)) continue;
         qmkvd_cursor c = {&s->window, mfal, fp, block->data_pos};
         uint64_t track_number;
         uint8_t tc[2];

@@ -12,6 +12,14 @@ QCMN_API int32_t parse_cluster(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster 
 // it is not a block (the Cluster's blocks are over) or cannot be read.
 QCMN_API int32_t parse_cluster_blockgroup(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block,
                                           qmkvd_cluster *cluster, int32_t read_all_children);
+// Whether an element with this ID can stand inside a Cluster. A Cluster of
+// unknown size (live recordings write it) ends where one that cannot begins.
+bool qmkvd_is_cluster_child(uint32_t id);
+
+// Whether the end of the file cuts the block: a recording that stopped, a
+// download that broke off. Such a block is not delivered at all.
+bool qmkvd_block_cut(const qmkvd *file, const qmkvd_block_info *block);
+
 // Finds the stream's next block, crossing Clusters and damage. 0 with the
 // file on the block's flags byte, 1 at the end of the stream, -1 on a read
 // error.

@@ -12,6 +12,10 @@
 namespace {
 
 const char kTag[] = "qmkvd_header";
+// Elements passed over between the EBML header and the Segment, at most.
+const int32_t kMaxBeforeSegment = 16;
+// The unknown size in its eight-byte form, as live muxers write it.
+const uint64_t kUnknownSize = 0x00FFFFFFFFFFFFFFull;
 
 #define HEADER_FIELD(id, member) {id, QMKVD_FIELD_U32, (uint32_t)offsetof(qmkvd, member), 0, nullptr}
 
@@ -28,6 +32,7 @@ const qmkvd_syntax kEbmlHeaderSyntax[] = {
 struct segment_walk {
     qmkvd *inst;
     bool failed;  // an element parser failed: the whole header fails
+    int64_t next;  // where the element after the last one seen starts
 };
 
 bool found_enough(const qmkvd *inst) {
@@ -102,6 +107,7 @@ int32_t handle_segment_child(qmkvd *inst, const qmkvd_io *io, const qmkvd_child 
 
 int32_t on_segment_child(void *ctx, const qmkvd_io *io, qmkvd_child *child) {
     segment_walk *w = static_cast<segment_walk *>(ctx);
+    w->next = child->next;
     if (handle_segment_child(w->inst, io, child) != 0) {
         // An element cut off by the end of the file ends the walk like any
         // truncation; only a damaged element inside the file fails it.
@@ -111,6 +117,24 @@ int32_t on_segment_child(void *ctx, const qmkvd_io *io, qmkvd_child *child) {
         return -1;
     }
     return found_enough(w->inst) ? QMKVD_WALK_DONE : QMKVD_WALK_CONTINUE;
+}
+
+// Reads the Segment's header, passing over what stands between the EBML
+// header and it: EBML lets Void (or any other element) stand at any level.
+// The file position is left on the Segment's data.
+bool find_segment(const qmkvd_io *io, int64_t pos, int64_t file_size, uint64_t *size) {
+    for (int32_t i = 0; i <= kMaxBeforeSegment; ++i) {
+        io->mfal->setpos(io->fp, &pos);
+        uint32_t id;
+        if (qmkvd_ebml_get_id_len64(io->mfal, io->fp, &id, size) != 0) return false;
+        if (id == QMKVD_ID_SEGMENT) return true;
+        int64_t data;
+        io->mfal->getpos(io->fp, &data);
+        const int64_t next = qmkvd_end_of(data, *size);
+        if (next <= pos || (file_size > 0 && next >= file_size)) return false;
+        pos = next;
+    }
+    return false;
 }
 
 int32_t parse_headers(qmkvd *inst, const qmkvd_io *io) {
@@ -131,19 +155,20 @@ int32_t parse_headers(qmkvd *inst, const qmkvd_io *io) {
         return -1;
     }
 
-    const int64_t segment_start = qmkvd_end_of(inst->ebml_pos, size);
-    mfal->setpos(io->fp, &segment_start);
-    if (qmkvd_ebml_get_id_len64(mfal, io->fp, &id, &size) != 0 || id != QMKVD_ID_SEGMENT) {
+    if (!find_segment(io, qmkvd_end_of(inst->ebml_pos, size), inst->file_size, &size)) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "[parser] segment is not founded");
         return -1;
     }
     mfal->getpos(io->fp, &inst->segment_pos);
     inst->segment_size = size;
 
-    segment_walk w = {inst, false};
+    segment_walk w = {inst, false, inst->segment_pos};
     if (qmkvd_walk(io, inst->segment_pos, inst->segment_size, 0, on_segment_child, &w) != 0) {
         if (w.failed) return -1;
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Unknown data. Check file. Abnormal file.");
+        // A recording's Segment of unknown size ends with the file: no
+        // element is missing there.
+        const bool ended_with_file = inst->segment_size == kUnknownSize && w.next == inst->file_size;
+        if (!ended_with_file) __android_log_print(ANDROID_LOG_ERROR, kTag, "Unknown data. Check file. Abnormal file.");
     }
     if (!inst->found_cluster || !inst->found_tracks || !inst->found_info) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot find enough information. Check file");

@@ -437,6 +437,8 @@ typedef struct qmkvd {
     uint8_t has_metadata;
 
     int64_t file_size;  // 0 when the source cannot tell
+    // The Info had no Duration: info.duration is the end of the last frame.
+    uint8_t duration_from_frames;
     // Cue cluster positions count from here: the first SeekHead's start,
     // corrected on the first seek when the cues show otherwise.
     int64_t cue_base;

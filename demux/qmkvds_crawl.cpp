@@ -82,10 +82,20 @@ bool enter_cluster_at(crawl *c, int64_t pos) {
     return true;
 }
 
+// Whether the current Cluster's size runs past the file: the unknown size
+// that live recordings write (or a file cut inside the Cluster).
+bool size_unknown(const crawl *c) {
+    const int64_t file_size = c->s->demux->file_size;
+    return file_size > 0 && qmkvd_end_of(c->s->cluster.parse_start, c->s->cluster.parse_size) > file_size;
+}
+
 // The next Cluster after the current one, passing over other top-level
-// elements between Clusters. False at the end of the file.
-bool next_cluster(crawl *c) {
-    int64_t pos = qmkvd_end_of(c->s->cluster.parse_start, c->s->cluster.parse_size);
+// elements between Clusters, and, when the current one's size is unknown,
+// over its own children from `from` on: it ends where the next Cluster (or
+// any element that cannot be its child) begins. False at the end of the
+// file.
+bool next_cluster(crawl *c, int64_t from) {
+    int64_t pos = size_unknown(c) ? from : qmkvd_end_of(c->s->cluster.parse_start, c->s->cluster.parse_size);
     const int64_t file_size = c->s->demux->file_size;
     for (;;) {
         if (file_size > 0 && pos >= file_size) return false;
@@ -189,6 +199,8 @@ int32_t qmkvds_make_cluster_list(qmkvds *s) {
     qmkvd_window_join(&w, inst, head, sizeof(head));
     crawl c;
     crawl_init(&c, s, &w);
+    crawl blocks;
+    crawl_init(&blocks, s, &s->window);
     s->cluster.parse_start = s->cluster.cluster_pos;
     s->cluster.parse_size = s->cluster.cluster_size;
     setpos(&c, s->cluster.parse_start);
@@ -221,7 +233,13 @@ int32_t qmkvds_make_cluster_list(qmkvds *s) {
             inst->cluster_list = node;
         }
         tail = node;
-        if (!next_cluster(&c)) return 0;
+        // The blocks of a Cluster of unknown size are walked through the
+        // stream's larger window: a run of block headers in a few reads.
+        crawl &walk = size_unknown(&c) ? blocks : c;
+        setpos(&walk, getpos(&c));
+        const int64_t from = s->cluster.next_block_pos >= 0 ? s->cluster.next_block_pos : s->cluster.parse_start;
+        if (!next_cluster(&walk, from)) return 0;
+        setpos(&c, getpos(&walk));
     }
 }
 
@@ -254,20 +272,27 @@ int32_t qmkvds_seek_crawl(qmkvds *s, const uint64_t *time, int64_t *result_time,
         const int64_t element_pos = s->cluster.next_block_pos;
         qmkvd_block_info block = {};
         if (parse_cluster_blockgroup(c.mfal, c.fp, &block, &s->cluster, 1) != 0) {
-            const int64_t end = qmkvd_end_of(s->cluster.parse_start, s->cluster.parse_size);
+            // Where the blocks ran out (the end of a Cluster of unknown size),
+            // or the Cluster's end.
+            const int64_t end = size_unknown(&c) ? element_pos
+                                                 : qmkvd_end_of(s->cluster.parse_start, s->cluster.parse_size);
             // The last Cluster ends the file: the end of the stream, not a failure.
             if (s->demux->file_size > 0 && end >= s->demux->file_size) return QMKVD_END_OF_STREAM;
-            setpos(&c, end);
-            uint32_t id;
-            uint64_t size;
-            if (qmkvd_ebml_get_id_len64(c.mfal, c.fp, &id, &size) != 0) return QMKVD_ERR_READ;
-            if (id != QMKVD_ID_CLUSTER) return QMKVD_END_OF_STREAM;
-            s->cluster.parse_start = getpos(&c);
-            s->cluster.parse_size = size;
+            if (size_unknown(&c)) {
+                if (!next_cluster(&c, end)) return QMKVD_END_OF_STREAM;
+            } else {
+                setpos(&c, end);
+                uint32_t id;
+                uint64_t size;
+                if (qmkvd_ebml_get_id_len64(c.mfal, c.fp, &id, &size) != 0) return QMKVD_ERR_READ;
+                if (id != QMKVD_ID_CLUSTER) return QMKVD_END_OF_STREAM;
+                s->cluster.parse_start = getpos(&c);
+                s->cluster.parse_size = size;
+            }
             if (cluster_head(&c) != 0) return QMKVD_ERR_IMPOSSIBLE;
             continue;
         }
-        if (block.data_size == 0) continue;
+        if (block.data_size == 0 || qmkvd_block_cut(s->demux, &block)) continue;
         uint32_t track;
         int16_t rel;
         if (!read_block_header(&c, block.data_pos, &track, &rel)) return QMKVD_ERR_READ;

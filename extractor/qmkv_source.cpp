@@ -245,7 +245,9 @@ media_status_t QMKVSource::read(MediaBufferHelper **out, const ReadOptions *opti
             if (t < 0) t = 0;
             uint64_t target = (uint64_t)t;
             int64_t found = 0;
-            if (t > mDSF->mFormat.duration || qmkvds_seek(mHandle, &target, &found, kSeekModes[mode]) != 0)
+            // A file whose length is unknown (0) cannot rule a target out.
+            const int64_t duration = mDSF->mFormat.duration;
+            if ((duration > 0 && t > duration) || qmkvds_seek(mHandle, &target, &found, kSeekModes[mode]) != 0)
                 return give_back(AMEDIA_ERROR_END_OF_STREAM);
         }
     }

@@ -452,6 +452,33 @@ gen gst_ac3.mka "GStreamer: AC-3 (avenc_ac3) stereo 48 kHz, 2 s" \
 gen gst_pcm.mka "GStreamer: PCM 16-bit little-endian stereo 48 kHz, 2 s" \
   gst_mux OUT "${GA[@]}" ! audio/x-raw,format=S16LE ! mux.
 
+# --- recordings, written as they go ------------------------------------------------
+# No Duration and no Cues, as browsers' and screen recorders, live muxers and
+# pipes write them; GStreamer's streamable mode also leaves the Segment's and
+# every Cluster's size unknown. Each has a remux by mkvmerge, with Cues and
+# sizes, to compare seeks with.
+gst_live() {  # OUT PIPELINE... (as gst_mux)
+  local dst=$1
+  shift
+  gst-launch-1.0 -q "$@" matroskamux name=mux streamable=true ! filesink location="$dst" >/dev/null
+}
+LV=(videotestsrc num-buffers=150 ! video/x-raw,width=160,height=120,framerate=25/1)
+LA=(audiotestsrc num-buffers=300 samplesperbuffer=960 wave=sine ! audio/x-raw,rate=48000,channels=2 ! audioconvert)
+gen live_gst_h264_aac.mkv "GStreamer streamable=true: H.264 + AAC, 6 s; Segment and Clusters of unknown size, no Duration, no Cues" \
+  gst_live OUT "${LV[@]}" ! x264enc speed-preset=ultrafast bitrate=200 key-int-max=25 ! h264parse ! mux. \
+  "${LA[@]}" ! avenc_aac ! aacparse ! mux.
+gen live_gst_vp8_opus.mkv "GStreamer streamable=true: VP8 + Opus, 6 s, as a browser records; unknown sizes, no Duration, no Cues" \
+  gst_live OUT "${LV[@]}" ! vp8enc deadline=1 keyframe-max-dist=25 ! mux. "${LA[@]}" ! opusenc ! mux.
+gen live_ff_h264_aac.mkv "ffmpeg -live 1: H.264 + AAC, 6 s; Segment of unknown size, Clusters with CRC-32, no Duration, no Cues" \
+  "${FF[@]}" $(video 6) $(stereo 6 48000) "${X264[@]}" "${AAC[@]}" -live 1 OUT
+gen live_pipe_vp9_opus.mkv "ffmpeg writing Matroska to a pipe: VP9 + Opus, 6 s; no Duration, no Cues" \
+  sh -c 'exec "$@" -f matroska - >"$0"' OUT "${FF[@]}" $(video 6) $(stereo 6 48000) \
+  -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -b:v 100k -g 25 -c:a libopus -b:a 32k
+for live in live_gst_h264_aac live_gst_vp8_opus live_ff_h264_aac live_pipe_vp9_opus; do
+  gen "${live}_cues.mkv" "mkvmerge remux of $live.mkv: the same streams with Duration, Cues and sized Clusters" \
+    "${MM[@]}" -o OUT "$out/$live.mkv"
+done
+
 # --- what the plug-in describes ---------------------------------------------------
 gen colour_hdr.mkv "mkvmerge: H.264 + AAC with Colour (BT.2020, PQ, limited range), MaxCLL/MaxFALL and MasteringMetadata" \
   "${MM[@]}" -o OUT --colour-matrix-coefficients 0:9 --colour-transfer-characteristics 0:16 \
