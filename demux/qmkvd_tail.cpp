@@ -17,6 +17,8 @@
 namespace {
 
 const char kTag[] = "qmkvd";
+// Longest element header: a 4-byte ID and an 8-byte size.
+const int64_t kMaxHeader = 12;
 
 enum {
     ID_TIMECODE = 0xE7,
@@ -24,6 +26,7 @@ enum {
     ID_SIMPLE_BLOCK = 0xA3,
     ID_BLOCK = 0xA1,
     ID_BLOCK_DURATION = 0x9B,
+    ID_VOID = 0xEC,
 };
 
 // The file's last bytes, [start, end), held in memory.
@@ -163,6 +166,27 @@ bool take_block(cluster_walk *w, uint32_t id, int64_t data, uint64_t size) {
     return true;
 }
 
+// Whether a Cluster whose data starts at `data` may have `size`: it runs to
+// or past the end of the file (unknown or cut), or what follows it is an
+// element of the Segment (or cut off). A Cluster ID inside a frame rarely passes this.
+bool ends_well(const tail *t, int64_t data, uint64_t size) {
+    if (size >= (uint64_t)(t->end - data)) return true;
+    uint32_t id;
+    uint64_t next_size;
+    int64_t next_data;
+    const int64_t next = data + (int64_t)size;
+    // A header the end of the file cuts tells nothing.
+    if (!header_at(t, next, &id, &next_size, &next_data)) return t->end - next < kMaxHeader;
+    switch (id) {
+        case QMKVD_ID_CLUSTER: case QMKVD_ID_CUES: case QMKVD_ID_TAGS: case QMKVD_ID_CHAPTERS:
+        case QMKVD_ID_ATTACHMENTS: case QMKVD_ID_SEEKHEAD: case QMKVD_ID_INFO: case QMKVD_ID_TRACKS:
+        case QMKVD_ID_EBML: case ID_VOID:
+            return true;
+        default:
+            return false;
+    }
+}
+
 // The end of the latest complete block of the Cluster whose ID is at `pos`;
 // -1 when it holds none or `pos` is no Cluster: before its first block only
 // a Cluster's own children may come, its Timestamp among them, and that
@@ -172,6 +196,7 @@ int64_t cluster_end_ns(const qmkvd *inst, const tail *t, int64_t pos) {
     uint64_t size;
     int64_t data;
     if (!header_at(t, pos, &id, &size, &data) || id != QMKVD_ID_CLUSTER) return -1;
+    if (!ends_well(t, data, size)) return -1;
     cluster_walk w = {};
     w.inst = inst;
     w.t = t;

@@ -436,7 +436,8 @@ INSTANTIATE_TEST_SUITE_P(Corpus, PluginFile,
                                            "hdrstrip_h264.mkv", "hdrstrip_mp3.mkv", "mkvmerge_mono.mka",
                                            "gst_h264_aac.mkv", "gst_hevc_mp3.mkv", "gst_vp8_vorbis.mkv",
                                            "gst_vp9_opus.mkv", "gst_theora_flac.mkv", "gst_ac3.mka", "gst_pcm.mka",
-                                           "long_doctype.mkv"),
+                                           "long_doctype.mkv", "live_gst_h264_aac.mkv", "live_gst_vp8_opus.mkv",
+                                           "live_ff_h264_aac.mkv", "live_pipe_vp9_opus.mkv"),
                          testName);
 
 TEST(PluginCorpus, TagsColourHdrAndUnsupportedTracks) {

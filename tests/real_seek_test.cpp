@@ -142,7 +142,9 @@ TEST_P(RealSeek, LandsOnKeyFramesAndReadsOnToTheEnd) {
 
 INSTANTIATE_TEST_SUITE_P(Corpus, RealSeek,
                          ::testing::Values("h264_aac_30s.mkv", "h264_aac_cues_front.mkv", "mkvmerge_nocues.mkv",
-                                           "mkvmerge_h264_aac.mkv", "vp9_opus.webm", "hdrstrip_h264.mkv"),
+                                           "mkvmerge_h264_aac.mkv", "vp9_opus.webm", "hdrstrip_h264.mkv",
+                                           "live_gst_h264_aac.mkv", "live_gst_vp8_opus.mkv", "live_ff_h264_aac.mkv",
+                                           "live_pipe_vp9_opus.mkv"),
                          testName);
 
 }  // namespace

@@ -91,6 +91,7 @@ AvFile avOpen(const std::string &path) {
         const AVCodecParameters *par = st->codecpar;
         AvStream s;
         s.index = st->index;
+        s.id = st->id;
         s.codec_name = avcodec_get_name(par->codec_id);
         s.media_type = mediaType(par->codec_type);
         s.width = par->width;
@@ -111,6 +112,7 @@ AvPacket convert(const AVPacket *pkt, AVRational tb) {
     AvPacket p;
     p.stream = pkt->stream_index;
     p.pts_us = toUs(pkt->pts, tb);
+    p.duration_us = pkt->duration > 0 ? toUs(pkt->duration, tb) : 0;
     p.pos = pkt->pos;
     p.key = (pkt->flags & AV_PKT_FLAG_KEY) != 0;
     if (pkt->size > 0) p.data.assign(pkt->data, pkt->data + pkt->size);

@@ -26,6 +26,7 @@ enum AvMediaType { kAvVideo = 0, kAvAudio = 1, kAvSubtitle = 2, kAvOther = 3, kA
 
 struct AvStream {
     int index = -1;
+    int id = -1;  // the container's own number: Matroska's TrackNumber
     std::string codec_name;  // libavcodec's short name: "h264", "aac", "pcm_s16be", ...
     int media_type = kAvOther;
     int width = 0, height = 0;
@@ -37,6 +38,7 @@ struct AvStream {
 struct AvPacket {
     int stream = -1;
     int64_t pts_us = kAvNoTime;
+    int64_t duration_us = 0;  // 0 when libavformat does not know it
     int64_t pos = -1;  // byte offset of the block, when known
     bool key = false;
     std::vector<uint8_t> data;
