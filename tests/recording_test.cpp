@@ -134,7 +134,10 @@ Bytes recording(bool duration, int clusters, const Bytes &tail = {}, const Bytes
         Bytes blocks;
         for (int f = 0; f < 10; ++f) {
             const bool end = c == clusters - 1 && f == 9;
-            blocks = cat({blocks, simpleBlock(1, (int16_t)(f * 40), f == 0 ? 0x80 : 0, end ? last : Bytes(100, 7))});
+            // A VP8 key frame's header (the crawl looks at the bit stream), or
+            // bytes of an inter frame.
+            const Bytes key = cat({{0x10, 0x02, 0x00, 0x9D, 0x01, 0x2A, 0x40, 0x00, 0x30, 0x00}, Bytes(90, 7)});
+            blocks = cat({blocks, simpleBlock(1, (int16_t)(f * 40), f == 0 ? 0x80 : 0, end ? last : f == 0 ? key : Bytes(100, 7))});
         }
         body = cat({body, el(mkv::Cluster, cat({uint_el(mkv::Timecode, (uint64_t)c * 400), blocks}))});
     }
@@ -143,11 +146,14 @@ Bytes recording(bool duration, int clusters, const Bytes &tail = {}, const Bytes
 
 TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
     // A Cluster ID inside the last frame, followed by what no Cluster holds.
+    // A size byte of 0xFF runs past the end of the file, as a cut Cluster's.
     const Bytes decoys[] = {
-        {0x1F, 0x43, 0xB6, 0x75, 0x85, 0xE7, 0x81, 0x09, 0xA3, 0x80},  // a block of size 0
-        {0x1F, 0x43, 0xB6, 0x75, 0x90, 0xA3, 0x84, 0x81, 0x00, 0x00, 0x80},  // no Timestamp first
-        {0x1F, 0x43, 0xB6, 0x75, 0x88, 0xE7, 0x81, 0x63, 0xA3, 0x84, 0x85, 0x00, 0x00, 0x80},  // track 5
-        {0x1F, 0x43, 0xB6, 0x75, 0x86, 0xE7, 0x81, 0x63, 0xA3, 0x81, 0x81, 0xAA, 0xBB},  // size unlike the file
+        {0x1F, 0x43, 0xB6, 0x75, 0xFF, 0xE7, 0x81, 0x09, 0xA3, 0x80},              // a block of size 0
+        {0x1F, 0x43, 0xB6, 0x75, 0xFF, 0xA3, 0x84, 0x81, 0x00, 0x00, 0x80},        // no Timestamp first
+        {0x1F, 0x43, 0xB6, 0x75, 0xFF, 0xE7, 0x81, 0x63, 0xA3, 0x84, 0x85, 0x00,  // a block of no track,
+         0x00, 0x80, 0xA3, 0x84, 0x81, 0x00, 0x00, 0x80},                          // then one of track 1
+        {0x1F, 0x43, 0xB6, 0x75, 0x89, 0xE7, 0x81, 0x63, 0xA3, 0x84, 0x81, 0x00,  // its size ends inside
+         0x00, 0x80},                                                              // the frame
     };
     for (const Bytes &decoy : decoys) {
         CoreFile core(recording(false, 5, {}, cat({Bytes(50, 7), decoy, Bytes(30, 7)})));
@@ -178,6 +184,13 @@ TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
         EXPECT_LE(core.file.mem.readCalls - reads, QMKVD_TAIL_PIECES);
         EXPECT_LE(core.file.mem.askedBytes - asked, (uint64_t)QMKVD_TAIL_BYTES);
         EXPECT_EQ(50u, readCoreFrames(core.inst, 0).size()) << "plays whatever its length";
+        // and seeks: an unknown length rules no target out.
+        PluginRun plugin(c.bytes);
+        ASSERT_EQ(1u, plugin.tracks());
+        const auto after = plugin.read(
+            0, android::CMediaTrackReadOptions::SEEK | android::CMediaTrackReadOptions::SEEK_NEXT_SYNC, 1000000);
+        ASSERT_EQ(20u, after.size());
+        EXPECT_EQ(1200000, after[0].second) << "the key frame that starts the Cluster after 1 s";
     }
 }
 
