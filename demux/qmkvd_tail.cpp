@@ -19,6 +19,9 @@ namespace {
 const char kTag[] = "qmkvd";
 // Longest element header: a 4-byte ID and an 8-byte size.
 const int64_t kMaxHeader = 12;
+// Element headers the search looks at, at most: the last Cluster of a real
+// file has a few thousand blocks.
+const int32_t kMaxSteps = 1 << 20;
 
 enum {
     ID_TIMECODE = 0xE7,
@@ -29,12 +32,24 @@ enum {
     ID_VOID = 0xEC,
 };
 
-// The file's last bytes, [start, end), held in memory.
+// The file's last bytes, [start, end), held in memory, and how many more
+// element headers the search may look at: a file of Cluster IDs each
+// followed by a long run of children would otherwise cost the square of
+// its size.
 struct tail {
     const uint8_t *bytes;
     int64_t start;
     int64_t end;
+    int32_t steps_left;
 };
+
+// Counts one element header looked at; false once the search's budget is
+// spent.
+bool step(tail *t) {
+    if (t->steps_left <= 0) return false;
+    t->steps_left--;
+    return true;
+}
 
 // An element header at `pos`; false when it is malformed or runs past the
 // bytes held.
@@ -91,7 +106,7 @@ bool read_block_head(const qmkvd *inst, const tail *t, int64_t data, uint64_t si
 }
 
 // The block of a BlockGroup and its BlockDuration (0 when absent).
-bool group_block(const tail *t, int64_t data, uint64_t size, int64_t *block, uint64_t *block_size,
+bool group_block(tail *t, int64_t data, uint64_t size, int64_t *block, uint64_t *block_size,
                  uint64_t *duration) {
     const int64_t end = data + (int64_t)size;
     bool found = false;
@@ -100,7 +115,8 @@ bool group_block(const tail *t, int64_t data, uint64_t size, int64_t *block, uin
         uint32_t id;
         uint64_t child;
         int64_t child_data;
-        if (!header_at(t, pos, &id, &child, &child_data) || child > (uint64_t)(end - child_data)) return false;
+        if (!step(t) || !header_at(t, pos, &id, &child, &child_data) || child > (uint64_t)(end - child_data))
+            return false;
         if (id == ID_BLOCK) {
             *block = child_data;
             *block_size = child;
@@ -116,7 +132,7 @@ bool group_block(const tail *t, int64_t data, uint64_t size, int64_t *block, uin
 // The walk of one candidate Cluster.
 struct cluster_walk {
     const qmkvd *inst;
-    const tail *t;
+    tail *t;
     uint64_t timecode;
     bool seen_timecode;
     bool seen_block;
@@ -191,7 +207,7 @@ bool ends_well(const tail *t, int64_t data, uint64_t size) {
 // -1 when it holds none or `pos` is no Cluster: before its first block only
 // a Cluster's own children may come, its Timestamp among them, and that
 // block must name a track of the file.
-int64_t cluster_end_ns(const qmkvd *inst, const tail *t, int64_t pos) {
+int64_t cluster_end_ns(const qmkvd *inst, tail *t, int64_t pos) {
     uint32_t id;
     uint64_t size;
     int64_t data;
@@ -209,7 +225,7 @@ int64_t cluster_end_ns(const qmkvd *inst, const tail *t, int64_t pos) {
         uint32_t child_id;
         uint64_t child_size;
         int64_t child_data;
-        if (!header_at(t, at, &child_id, &child_size, &child_data)) break;
+        if (!step(t) || !header_at(t, at, &child_id, &child_size, &child_data)) break;
         if (child_size > (uint64_t)(t->end - child_data)) break;  // cut by the end of the file
         if (child_id == ID_TIMECODE && !w.seen_block) {
             if (w.seen_timecode || child_size < 1 || child_size > 8) return -1;
@@ -232,9 +248,9 @@ int64_t cluster_end_ns(const qmkvd *inst, const tail *t, int64_t pos) {
 
 // Latest candidate first, in [from, to): the end of the last Cluster with a
 // complete block, or -1.
-int64_t scan(const qmkvd *inst, const tail *t, int64_t from, int64_t to) {
+int64_t scan(const qmkvd *inst, tail *t, int64_t from, int64_t to) {
     static const uint8_t kId[4] = {0x1F, 0x43, 0xB6, 0x75};
-    for (int64_t pos = to - 1; pos >= from; --pos) {
+    for (int64_t pos = to - 1; pos >= from && t->steps_left > 0; --pos) {
         if (pos + 4 > t->end) continue;
         const uint8_t *p = t->bytes + (pos - t->start);
         if (p[0] != kId[0] || p[1] != kId[1] || p[2] != kId[2] || p[3] != kId[3]) continue;
@@ -258,6 +274,7 @@ int64_t qmkvd_find_end_ns(qmkvd *inst) {
     int64_t found = -1;
     uint32_t have = 0;
     uint32_t piece = QMKVD_TAIL_FIRST_PIECE;
+    tail t = {bytes, file_size, file_size, kMaxSteps};
     for (int32_t i = 0; fp != nullptr && found < 0 && i < QMKVD_TAIL_PIECES && have < cap; ++i, piece *= 2) {
         const uint32_t n = piece < cap - have ? piece : cap - have;
         const int64_t start = file_size - have - n;
@@ -266,7 +283,8 @@ int64_t qmkvd_find_end_ns(qmkvd *inst) {
         if (inst->mfal.read(fp, into, (int32_t)n) != (int32_t)n) break;
         const int64_t scanned_from = file_size - have;
         have += n;
-        const tail t = {into, start, file_size};
+        t.bytes = into;
+        t.start = start;
         found = scan(inst, &t, start, scanned_from);
     }
     if (fp != nullptr) inst->mfal.close(fp);

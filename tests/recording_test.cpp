@@ -161,11 +161,19 @@ TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
         EXPECT_EQ(20000000, core.format.duration) << "the last frame starts at 1.96 s and lasts 40 ms";
     }
 
+    // Cluster IDs of unknown size, each inside a Void that the one before
+    // it walks over: looking at every candidate in full would take the
+    // square of the tail's length.
+    Bytes nested;
+    const Bytes unit = {0xEC, 0x8F, 0x1F, 0x43, 0xB6, 0x75, 0x01, 0xFF, 0xFF,
+                        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xE7, 0x81, 0x00};
+    while (nested.size() < (2u << 20)) nested.insert(nested.end(), unit.begin(), unit.end());
     struct Case {
         const char *name;
         Bytes bytes;
         int64_t duration;  // 100 ns
     } cases[] = {
+        {"2 MiB of nested Cluster IDs: the search gives up", recording(false, 5, el(0x4321, nested)), 0},
         {"tail within the first piece", recording(false, 5), 20000000},
         {"Cues-sized tail of 300 KiB", recording(false, 5, el(mkv::Void, Bytes(300 << 10, 0))), 20000000},
         {"the last Cluster 5 MiB from the end: length unknown", recording(false, 5, el(mkv::Void, Bytes(5 << 20, 0))), 0},
