@@ -30,6 +30,7 @@ enum {
     ID_BLOCK = 0xA1,
     ID_BLOCK_DURATION = 0x9B,
     ID_VOID = 0xEC,
+    ID_CRC32 = 0xBF,
 };
 
 // The file's last bytes, [start, end), held in memory, and how many more
@@ -183,8 +184,8 @@ bool take_block(cluster_walk *w, uint32_t id, int64_t data, uint64_t size) {
 }
 
 // Whether a Cluster whose data starts at `data` may have `size`: it runs to
-// or past the end of the file (unknown or cut), or what follows it is an
-// element of the Segment (or cut off). A Cluster ID inside a frame rarely passes this.
+// or past the end of the file (unknown or cut), or what follows it can be
+// an element of the Segment (or is cut off). A Cluster ID inside a frame rarely passes this.
 bool ends_well(const tail *t, int64_t data, uint64_t size) {
     if (size >= (uint64_t)(t->end - data)) return true;
     uint32_t id;
@@ -193,14 +194,9 @@ bool ends_well(const tail *t, int64_t data, uint64_t size) {
     const int64_t next = data + (int64_t)size;
     // A header the end of the file cuts tells nothing.
     if (!header_at(t, next, &id, &next_size, &next_data)) return t->end - next < kMaxHeader;
-    switch (id) {
-        case QMKVD_ID_CLUSTER: case QMKVD_ID_CUES: case QMKVD_ID_TAGS: case QMKVD_ID_CHAPTERS:
-        case QMKVD_ID_ATTACHMENTS: case QMKVD_ID_SEEKHEAD: case QMKVD_ID_INFO: case QMKVD_ID_TRACKS:
-        case QMKVD_ID_EBML: case ID_VOID:
-            return true;
-        default:
-            return false;
-    }
+    // Every element a Segment holds has a 4-byte ID; Void and CRC-32 may
+    // stand anywhere.
+    return id >= 0x10000000u || id == ID_VOID || id == ID_CRC32;
 }
 
 // The end of the latest complete block of the Cluster whose ID is at `pos`;
