@@ -12,6 +12,8 @@
 #                     24k mono, 1 s clusters, a cue for every frame of both
 #                     tracks: a Cues element of several MB
 #   long2h_nocues.mkv the same streams without Cues (mkvmerge --no-cues)
+#   long2h_live.mkv   the same streams as GStreamer records live: no Duration,
+#                     no Cues, Clusters of unknown size
 set -euo pipefail
 
 OUT=${1:-$(cd "$(dirname "$0")/.." && pwd)/build-bench/files}
@@ -77,5 +79,16 @@ if ! have long2h_nocues.mkv; then
   mv long2h_nocues.tmp.mkv long2h_nocues.mkv
 fi
 rm -f long2h_src.mkv
+
+# long2h_live.mkv: the same streams as a live recording writes them
+# (GStreamer's streamable mode): no Duration, no Cues, Segment and Clusters
+# of unknown size.
+if ! have long2h_live.mkv; then
+  echo "make_files: long2h_live.mkv" >&2
+  gst-launch-1.0 -q filesrc location=long2h_nocues.mkv ! matroskademux name=d \
+    d.video_0 ! queue ! h264parse ! mux. d.audio_0 ! queue ! aacparse ! mux. \
+    matroskamux name=mux streamable=true ! filesink location=long2h_live.tmp.mkv
+  mv long2h_live.tmp.mkv long2h_live.mkv
+fi
 
 ls -l "$OUT"/*.mk[va] >&2
