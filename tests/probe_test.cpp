@@ -90,4 +90,15 @@ TEST(Probe, SaysWhyEachTrackPlaysOrNotOnADevice) {
         d.path);
 }
 
+
+TEST(Probe, SaysWhereAFilesLengthCameFrom) {
+    QMKV_REQUIRE_CORPUS();
+    TempDir d;
+    expectRuns({{"--core --json " + corpusFile("live_gst_h264_aac.mkv"), 0,
+                 {"\"duration_100ns\":60210000,\"duration_from\":\"frames\""}, {}},
+                {"--core --json " + corpusFile("live_gst_h264_aac_cues.mkv"), 0, {"\"duration_from\":\"info\""}, {}},
+                {"--seek-count 20 " + corpusFile("live_gst_h264_aac.mkv"), 0, {"\"seeks\": 20"}, {}}},
+               d.path);
+}
+
 }  // namespace

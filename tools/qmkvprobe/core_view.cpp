@@ -160,6 +160,9 @@ ordered_json coreView(const qmkvd *inst, const qmkvd_format &format) {
     file["audio_count"] = format.audio_count;
     file["subtitle_count"] = format.subtitle_count;
     file["duration_100ns"] = format.duration;
+    // "info": the Info's Duration; "frames": none there, the end of the last
+    // frame; "unknown": neither.
+    file["duration_from"] = inst->duration_from_frames ? "frames" : inst->info.duration_ticks != 0 ? "info" : "unknown";
     file["seekable"] = format.seekable;
     file["timecode_scale"] = inst->info.timecode_scale;
     file["cue_count"] = inst->cues.cue_count;
