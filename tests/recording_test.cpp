@@ -122,26 +122,105 @@ TEST(Recording, TheDurationIsTheEndOfTheLastFrameOnBothPaths) {
     }
 }
 
-// A VP8 track at 25 frames a second and a file of `clusters` Clusters of 10
-// frames, whose Info may carry a Duration; `tail` follows the last Cluster,
-// `last` is the last frame's payload.
-Bytes recording(bool duration, int clusters, const Bytes &tail = {}, const Bytes &last = Bytes(100, 7)) {
-    const Bytes info = duration ? segmentInfo(clusters * 400.0) : el(mkv::Info, {uint_el(mkv::TimecodeScale, 1000000)});
-    Bytes body = cat({info, tracks({trackEntry(1, 1, "V_VP8", {uint_el(mkv::DefaultDuration, 40000000),
-                                                                   el(mkv::Video, {uint_el(mkv::PixelWidth, 64),
-                                                                                   uint_el(mkv::PixelHeight, 48)})})})});
-    for (int c = 0; c < clusters; ++c) {
-        Bytes blocks;
+// How a crafted recording is laid out: five Clusters of ten VP8 frames at 25
+// frames a second, a key frame first in each.
+struct Layout {
+    bool duration = false;  // the Info carries one
+    bool unknownSizes = false;  // Segment and Clusters of unknown size
+    bool cues = false;  // a CuePoint for each Cluster, before them
+    Bytes tail;  // after the last Cluster
+    Bytes last = Bytes(100, 7);  // the last frame's payload
+};
+
+Bytes recording(const Layout &l) {
+    const int kClusters = 5;
+    const Bytes info = l.duration ? segmentInfo(kClusters * 400.0) : el(mkv::Info, {uint_el(mkv::TimecodeScale, 1000000)});
+    const Bytes head = cat({info, tracks({trackEntry(1, 1, "V_VP8", {uint_el(mkv::DefaultDuration, 40000000),
+                                                                     el(mkv::Video, {uint_el(mkv::PixelWidth, 64),
+                                                                                     uint_el(mkv::PixelHeight, 48)})})})});
+    std::vector<Bytes> clusters;
+    for (int c = 0; c < kClusters; ++c) {
+        Bytes blocks = uint_el(mkv::Timecode, (uint64_t)c * 400);
         for (int f = 0; f < 10; ++f) {
-            const bool end = c == clusters - 1 && f == 9;
             // A VP8 key frame's header (the crawl looks at the bit stream), or
             // bytes of an inter frame.
             const Bytes key = cat({{0x10, 0x02, 0x00, 0x9D, 0x01, 0x2A, 0x40, 0x00, 0x30, 0x00}, Bytes(90, 7)});
-            blocks = cat({blocks, simpleBlock(1, (int16_t)(f * 40), f == 0 ? 0x80 : 0, end ? last : f == 0 ? key : Bytes(100, 7))});
+            const Bytes &payload = c == kClusters - 1 && f == 9 ? l.last : f == 0 ? key : Bytes(100, 7);
+            blocks = cat({blocks, simpleBlock(1, (int16_t)(f * 40), f == 0 ? 0x80 : 0, payload)});
         }
-        body = cat({body, el(mkv::Cluster, cat({uint_el(mkv::Timecode, (uint64_t)c * 400), blocks}))});
+        clusters.push_back(l.unknownSizes ? cat({ebml_id(mkv::Cluster), ebml_unknown_size(8), blocks})
+                                          : el(mkv::Cluster, blocks));
     }
-    return cat({ebmlHeader(), el(mkv::Segment, cat({body, tail}))});
+    Bytes cues;
+    if (l.cues) {
+        // Positions count from the Segment's data; 4-byte fields keep the
+        // Cues' own size fixed while they are worked out.
+        Bytes points;
+        uint64_t pos = head.size() + 4 + 1 + kClusters * 18;  // the Cues' ID, size and points
+        for (int c = 0; c < kClusters; ++c) {
+            points = cat({points, el(mkv::CuePoint, {uint_el(mkv::CueTime, (uint64_t)c * 400, 2),
+                                                     el(mkv::CueTrackPositions, {uint_el(mkv::CueTrack, 1),
+                                                                                 uint_el(mkv::CueClusterPosition, pos, 4)})})});
+            pos += clusters[c].size();
+        }
+        cues = el(mkv::Cues, points);
+    }
+    Bytes body = cat({head, cues});
+    for (const Bytes &c : clusters) body.insert(body.end(), c.begin(), c.end());
+    body.insert(body.end(), l.tail.begin(), l.tail.end());
+    return cat({ebmlHeader(), l.unknownSizes ? cat({ebml_id(mkv::Segment), ebml_unknown_size(8), body}) : el(mkv::Segment, body)});
+}
+
+TEST(Recording, CrawlsAndCuesCrossClustersOfUnknownSize) {
+    for (const bool cues : {false, true}) {
+        SCOPED_TRACE(cues ? "with Cues" : "without Cues");
+        Layout l;
+        l.unknownSizes = true;
+        l.cues = cues;
+        const Bytes bytes = recording(l);
+        CoreFile core(bytes);
+        ASSERT_NE(nullptr, core.inst);
+        EXPECT_EQ(cues, core.inst->found_cues != 0);
+        EXPECT_EQ(20000000, core.format.duration);
+        EXPECT_EQ(50u, readCoreFrames(core.inst, 0).size());
+        // Key frames every 400 ms; the crawl always goes forward.
+        struct Seek {
+            int32_t mode;
+            int64_t targetMs, landsMs;
+        } seeks[] = {{QMKVDS_SEEK_NEXT, 1000, 1200}, {QMKVDS_SEEK_PREVIOUS, 1000, cues ? 800 : 1200},
+                     {QMKVDS_SEEK_CLOSEST, 1100, 1200}, {QMKVDS_SEEK_NEXT, 1700, 0}};
+        for (const Seek &k : seeks) {
+            SCOPED_TRACE("mode " + std::to_string(k.mode) + " to " + std::to_string(k.targetMs) + " ms");
+            qmkvds *s = qmkvds_open(core.inst, 0, nullptr);
+            const uint64_t target = (uint64_t)k.targetMs * 10000;
+            int64_t found = -1;
+            const int32_t r = qmkvds_seek(s, &target, &found, k.mode);
+            if (k.landsMs == 0) {
+                EXPECT_EQ(QMKVD_END_OF_STREAM, r);
+            } else {
+                ASSERT_EQ(0, r);
+                EXPECT_EQ(k.landsMs * 10000, found);
+                std::vector<uint8_t> buf(4096);
+                uint32_t size = 0, key = 0, frames = 0;
+                int64_t pts = 0, end = 0, first = -1;
+                while (qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &pts, &end, &key) == 0) {
+                    if (first < 0) first = pts;
+                    ++frames;
+                }
+                EXPECT_EQ(k.landsMs * 10000, first);
+                EXPECT_EQ((uint32_t)(2000 - k.landsMs) / 40, frames) << "to the end, across the Clusters";
+            }
+            qmkvds_close(s);
+        }
+        // The framework's seeks through the plug-in.
+        PluginRun plugin(bytes);
+        ASSERT_EQ(1u, plugin.tracks());
+        const uint32_t seek = android::CMediaTrackReadOptions::SEEK;
+        const auto after = plugin.read(0, seek | android::CMediaTrackReadOptions::SEEK_PREVIOUS_SYNC, 1000000);
+        ASSERT_FALSE(after.empty());
+        EXPECT_EQ(cues ? 800000 : 1200000, after[0].second);
+        EXPECT_EQ(cues ? 30u : 20u, after.size());
+    }
 }
 
 TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
@@ -156,7 +235,9 @@ TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
          0x00, 0x80},                                                              // the frame
     };
     for (const Bytes &decoy : decoys) {
-        CoreFile core(recording(false, 5, {}, cat({Bytes(50, 7), decoy, Bytes(30, 7)})));
+        Layout l;
+        l.last = cat({Bytes(50, 7), decoy, Bytes(30, 7)});
+        CoreFile core(recording(l));
         ASSERT_NE(nullptr, core.inst);
         EXPECT_EQ(20000000, core.format.duration) << "the last frame starts at 1.96 s and lasts 40 ms";
     }
@@ -170,17 +251,20 @@ TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
     while (nested.size() < (2u << 20)) nested.insert(nested.end(), unit.begin(), unit.end());
     struct Case {
         const char *name;
-        Bytes bytes;
+        Bytes tail;
         int64_t duration;  // 100 ns
     } cases[] = {
-        {"2 MiB of nested Cluster IDs: the search gives up", recording(false, 5, el(mkv::Void, nested)), 0},
-        {"tail within the first piece", recording(false, 5), 20000000},
-        {"Cues-sized tail of 300 KiB", recording(false, 5, el(mkv::Void, Bytes(300 << 10, 0))), 20000000},
-        {"the last Cluster 5 MiB from the end: length unknown", recording(false, 5, el(mkv::Void, Bytes(5 << 20, 0))), 0},
+        {"2 MiB of nested Cluster IDs: the search gives up", el(mkv::Void, nested), 0},
+        {"tail within the first piece", {}, 20000000},
+        {"Cues-sized tail of 300 KiB", el(mkv::Void, Bytes(300 << 10, 0)), 20000000},
+        {"the last Cluster 5 MiB from the end: length unknown", el(mkv::Void, Bytes(5 << 20, 0)), 0},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        CoreFile core(c.bytes);
+        Layout l;
+        l.tail = c.tail;
+        const Bytes bytes = recording(l);
+        CoreFile core(bytes);
         ASSERT_NE(nullptr, core.inst);
         EXPECT_EQ(c.duration, core.format.duration);
         EXPECT_EQ(c.duration != 0, core.inst->duration_from_frames != 0);
@@ -193,7 +277,7 @@ TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
         EXPECT_LE(core.file.mem.askedBytes - asked, (uint64_t)QMKVD_TAIL_BYTES);
         EXPECT_EQ(50u, readCoreFrames(core.inst, 0).size()) << "plays whatever its length";
         // and seeks: an unknown length rules no target out.
-        PluginRun plugin(c.bytes);
+        PluginRun plugin(bytes);
         ASSERT_EQ(1u, plugin.tracks());
         const auto after = plugin.read(
             0, android::CMediaTrackReadOptions::SEEK | android::CMediaTrackReadOptions::SEEK_NEXT_SYNC, 1000000);
@@ -323,6 +407,9 @@ TEST_P(CutOff, DeliversAPrefixOfTheWholeFileAndAtLeastWhatLibavformatDoes) {
             const Bytes bytes(whole.begin(), whole.begin() + (long)cut);
             CoreFile core(bytes);
             if (core.inst == nullptr) continue;  // cut before the first Cluster
+            if (full.inst->duration_from_frames == 0) {
+                EXPECT_EQ(full.format.duration, core.format.duration) << "an Info's Duration stands";
+            }
             writeFile(cutPath, bytes);
             const AvRead av = avRead(cutPath);
             PluginRun plugin(bytes);
