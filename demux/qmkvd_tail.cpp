@@ -144,8 +144,9 @@ struct cluster_walk {
 // A block's start in nanoseconds; false when it does not fit 64 bits.
 bool start_ns(const cluster_walk *w, int16_t rel, int64_t *ns) {
     if (w->timecode == 0 && rel < 0) rel = 0;
-    if (w->timecode > (uint64_t)INT64_MAX) return false;
-    const int64_t ticks = (int64_t)w->timecode + rel;
+    int64_t ticks;
+    if (w->timecode > (uint64_t)INT64_MAX || __builtin_add_overflow((int64_t)w->timecode, (int64_t)rel, &ticks))
+        return false;
     return !__builtin_mul_overflow(ticks, (int64_t)w->inst->info.timecode_scale, ns);
 }
 
@@ -155,7 +156,8 @@ int64_t block_length_ns(const cluster_walk *w, const block_head *b, int64_t star
     const qmkvd_track *track = &w->inst->streams[b->stream].track;
     int64_t ns = 0;
     if (block_duration != 0) {
-        if (__builtin_mul_overflow((int64_t)(block_duration & INT32_MAX), (int64_t)w->inst->info.timecode_scale, &ns))
+        if (block_duration > (uint64_t)INT64_MAX ||
+            __builtin_mul_overflow((int64_t)block_duration, (int64_t)w->inst->info.timecode_scale, &ns))
             return 0;
         return ns;
     }
