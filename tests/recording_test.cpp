@@ -130,6 +130,7 @@ struct Layout {
     bool cues = false;  // a CuePoint for each Cluster, before them
     Bytes tail;  // after the last Cluster
     Bytes last = Bytes(100, 7);  // the last frame's payload
+    uint64_t lastDuration = 0;   // when set, the last frame is in a BlockGroup with this BlockDuration
 };
 
 Bytes recording(const Layout &l) {
@@ -145,8 +146,13 @@ Bytes recording(const Layout &l) {
             // A VP8 key frame's header (the crawl looks at the bit stream), or
             // bytes of an inter frame.
             const Bytes key = cat({{0x10, 0x02, 0x00, 0x9D, 0x01, 0x2A, 0x40, 0x00, 0x30, 0x00}, Bytes(90, 7)});
-            const Bytes &payload = c == kClusters - 1 && f == 9 ? l.last : f == 0 ? key : Bytes(100, 7);
-            blocks = cat({blocks, simpleBlock(1, (int16_t)(f * 40), f == 0 ? 0x80 : 0, payload)});
+            const bool last = c == kClusters - 1 && f == 9;
+            const Bytes &payload = last ? l.last : f == 0 ? key : Bytes(100, 7);
+            const Bytes block = last && l.lastDuration != 0
+                                    ? el(0xA0, {el(0xA1, cat({blockHeader(1, (int16_t)(f * 40), 0), payload})),
+                                                uint_el(0x9B, l.lastDuration)})
+                                    : simpleBlock(1, (int16_t)(f * 40), f == 0 ? 0x80 : 0, payload);
+            blocks = cat({blocks, block});
         }
         clusters.push_back(l.unknownSizes ? cat({ebml_id(mkv::Cluster), ebml_unknown_size(8), blocks})
                                           : el(mkv::Cluster, blocks));
@@ -253,7 +259,9 @@ TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
         const char *name;
         Bytes tail;
         int64_t duration;  // 100 ns
+        uint64_t lastDuration = 0;
     } cases[] = {
+        {"the last frame in a BlockGroup lasting 100 ms", {}, 20600000, 100},
         {"2 MiB of nested Cluster IDs: the search gives up", el(mkv::Void, nested), 0},
         {"tail within the first piece", {}, 20000000},
         {"Cues-sized tail of 300 KiB", el(mkv::Void, Bytes(300 << 10, 0)), 20000000},
@@ -263,6 +271,7 @@ TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
         SCOPED_TRACE(c.name);
         Layout l;
         l.tail = c.tail;
+        l.lastDuration = c.lastDuration;
         const Bytes bytes = recording(l);
         CoreFile core(bytes);
         ASSERT_NE(nullptr, core.inst);
