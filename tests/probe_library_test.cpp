@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -194,6 +195,15 @@ TEST(ProbeDropped, ListedWithTheirReasonAndTheFormatsUnchanged) {
     const json core = json::parse(runProbe("--core --json " + d.path + "/crypt.mka", d.path).out);
     EXPECT_EQ(expected, core.at("dropped"));
     expectRuns({{d.path + "/crypt.mka", 0, {"dropped[0].reason: encryption is not supported\n"}, {}}}, d.path);
+    // A name that is not UTF-8 is printed with its bad bytes replaced.
+    Bytes bad = mp3AndEncrypted(true);
+    const Bytes name = {'C', 'o', 'm', 'm'};
+    std::search(bad.begin(), bad.end(), name.begin(), name.end())[0] = 0xFF;
+    writeBytes(d.path + "/bad_name.mka", bad);
+    const ProbeOutput o = runProbe("--json " + d.path + "/bad_name.mka", d.path);
+    EXPECT_EQ(0, o.status) << o.err;
+    EXPECT_EQ("\xEF\xBF\xBDommentary", json::parse(o.out, nullptr, false).value("dropped", json::array())[0].value("name", ""));
+    expectRuns({{"--library " + d.path + " --json", 0, {"\"name\":\"\xEF\xBF\xBDommentary\""}, {}}}, d.path);
 }
 
 TEST(ProbeDropped, ZlibTracksOfMkvmerge) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "dropped_tracks.h"
+#include "format_json.h"
 
 using nlohmann::ordered_json;
 
@@ -185,7 +186,7 @@ ordered_json coreView(const qmkvd *inst, const qmkvd_format &format) {
 
 void printView(const ordered_json &view, bool json) {
     if (json) {
-        printf("%s\n", view.dump().c_str());
+        printf("%s\n", jsonLine(view).c_str());
         return;
     }
     printFlat("", view);

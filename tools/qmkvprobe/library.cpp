@@ -9,6 +9,7 @@
 
 #include <qmkvhost/ExtractorHost.h>
 
+#include "format_json.h"
 #include "library_check.h"
 #include "library_report.h"
 #include "library_walk.h"
@@ -75,7 +76,7 @@ int runLibrary(const Options &opts, const std::string &pluginPath) {
     WorkerPool pool;
     pool.jobs = opts.jobs > 0 ? (int)opts.jobs : (int)std::max(1L, sysconf(_SC_NPROCESSORS_ONLN));
     pool.timeoutSeconds = kFileSeconds;
-    pool.work = [&](size_t i) { return checkLibraryFile(*plugin, walk.files[i]).dump(); };
+    pool.work = [&](size_t i) { return jsonLine(checkLibraryFile(*plugin, walk.files[i])); };
     pool.done = [&](size_t i, const std::string &answer, const std::string &failure) {
         ordered_json file = failure.empty() ? ordered_json::parse(answer, nullptr, false) : ordered_json();
         if (!failure.empty() || file.is_discarded()) file = refusedFile(walk.files[i], failure.empty() ? "the worker's answer is unreadable" : failure);

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "format_json.h"
+
 using nlohmann::ordered_json;
 
 namespace qmkvprobe {
@@ -52,7 +54,7 @@ void LibraryReport::add(const ordered_json &file) {
     for (const Fault &f : found) reasons.insert(f.reason);
     for (const std::string &r : reasons) mReasons[r]++;
     if (mJson) {
-        printf("%s\n", file.dump().c_str());
+        printf("%s\n", jsonLine(file).c_str());
         return;
     }
     std::string line = file.at("verdict").get<std::string>();
@@ -78,7 +80,7 @@ void LibraryReport::printSummary(size_t skipped, double seconds) const {
         ordered_json reasons = ordered_json::array();
         for (const auto &[why, files] : top) reasons.push_back({{"reason", why}, {"files", files}});
         s["reasons"] = reasons;
-        printf("%s\n", ordered_json({{"summary", s}}).dump().c_str());
+        printf("%s\n", jsonLine({{"summary", s}}).c_str());
         return;
     }
     printf("summary: %zu files", mFiles);
