@@ -63,7 +63,9 @@ struct Library {
         writeText(root + "/sub/locked.mkv", "locked text");
         chmod((root + "/sub/locked.mkv").c_str(), 0);
         writeBytes(root + "/crypt.mka", mp3AndEncrypted(true));
-        regularFiles = 10;
+        const std::string mp4 = sub + "/phone_video.mkv";
+        EXPECT_EQ(0, std::system(("ffmpeg -v error -f lavfi -i testsrc=d=0.2:s=64x48 -c:v mpeg4 -f mp4 -y " + mp4).c_str()));
+        regularFiles = 11;
         symlink("..", (sub + "/loop").c_str());
         symlink("nowhere", (root + "/dangling").c_str());
         mkfifo((root + "/fifo").c_str(), 0600);
@@ -89,7 +91,7 @@ TEST(ProbeLibrary, CountsEachVerdictForEachDevice) {
         {"small.xml", 1, 3, 1},
         {"big.xml", 3, 2, 0},
     };
-    const size_t refused = 5;  // WebM, cut in the sniffed bytes, text, empty, locked text
+    const size_t refused = 6;  // WebM, MP4, cut in the sniffed bytes, text, empty, locked text
     for (const auto &c : cases) {
         SCOPED_TRACE(c.device);
         ProbeOutput o;
@@ -113,7 +115,8 @@ TEST(ProbeLibrary, CountsEachVerdictForEachDevice) {
 }
 
 // The library's verdict and words for each file are what the single-file
-// probe says about it, over the whole corpus and damaged copies.
+// probe says about it, over the whole corpus, truncated copies and copies
+// damaged in their headers.
 TEST(ProbeLibrary, AgreesWithTheSingleFileProbe) {
     QMKV_REQUIRE_CORPUS();
     Library lib;
@@ -122,6 +125,9 @@ TEST(ProbeLibrary, AgreesWithTheSingleFileProbe) {
         copy(corpusFile(e.name), lib.root + "/corpus_" + e.name);
         writeText(lib.root + "/half_" + e.name, bytes.substr(0, bytes.size() / 2));
         writeText(lib.root + "/head_" + e.name, bytes.substr(0, 600));
+        std::string damaged = bytes;
+        for (size_t i = 60; i < 90 && i < damaged.size(); ++i) damaged[i] = (char)0xFF;
+        writeText(lib.root + "/damaged_" + e.name, damaged);
     }
     ProbeOutput o;
     const std::vector<json> lines = lib.run("", &o);
@@ -159,7 +165,8 @@ TEST(ProbeLibrary, PlainLinesNameEveryTrackThatWillNotPlay) {
                   "partly  " + lib.root + "/crypt.mka | track 2 A_AAC dropped: encryption is not supported\n",
                   "refused " + lib.root + "/sub/notes.mkv | not claimed by the plug-in\n",
                   "refused " + lib.root + "/sub/empty.mka | is empty\n",
-                  "summary: 10 files, 1 plays, 3 partly, 1 none, 5 refused; 3 skipped;",
+                  "refused " + lib.root + "/sub/deeper/phone_video.mkv | not claimed by the plug-in\n",
+                  "summary: 11 files, 1 plays, 3 partly, 1 none, 6 refused; 3 skipped;",
                   "  dropped: zlib compression is not supported: 1 file\n"},
                  {}}},
                lib.d.path);
