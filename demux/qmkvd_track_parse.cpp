@@ -4,6 +4,7 @@
 
 #include <android/log.h>
 
+#include "demux/qmkvd_dropped.h"
 #include "demux/qmkvd_float.h"
 #include "demux/qmkvd_parse.h"
 #include "demux/qmkvd_walk.h"
@@ -197,6 +198,7 @@ int32_t on_content_compression(qmkvd_fields *f, const qmkvd_io *io, qmkvd_child 
     e->compression.comp_algo = 0;
     if (parse_contentcomp(f->inst, io->mfal, io->fp, &e->compression) != 0) return -1;
     if (e->compression.comp_algo != QMKVD_COMP_HEADER_STRIPPING) {
+        e->unsupported = QMKVD_DROP_COMPRESSION;
         __android_log_print(ANDROID_LOG_WARN, nullptr, "parse_contentencoding : %d algorism is not supported",
                             (int)e->compression.comp_algo);
         return -1;
@@ -208,6 +210,7 @@ int32_t on_content_encryption(qmkvd_fields *f, const qmkvd_io *, qmkvd_child *ch
     qmkvd_encoding *e = static_cast<qmkvd_encoding *>(f->record);
     e->encryption_pos = child->pos;
     e->encryption_size = (uint32_t)child->size;
+    e->unsupported = QMKVD_DROP_ENCRYPTION;
     __android_log_print(ANDROID_LOG_WARN, nullptr, "parse_contentencoding : encryption type is not supported");
     return -1;
 }
@@ -331,6 +334,7 @@ int32_t on_track_entry(void *ctx, const qmkvd_io *io, qmkvd_child *child) {
         inst->stream_count++;
     } else {
         // A broken or unsupported entry is dropped and gives its place back.
+        qmkvd_note_dropped(inst, t);
         qmkvd_track_free(t);
         memset(t, 0, sizeof(*t));
         inst->track_scratch_count--;

@@ -96,6 +96,13 @@ typedef struct qmkvd_compression {
 
 #define QMKVD_COMP_HEADER_STRIPPING 3
 
+// Why a TrackEntry was dropped at open.
+enum {
+    QMKVD_DROP_DAMAGED = 0,
+    QMKVD_DROP_COMPRESSION = 1,  // a ContentCompAlgo other than header stripping
+    QMKVD_DROP_ENCRYPTION = 2,
+};
+
 typedef struct qmkvd_encoding {
     int64_t encoding_pos;
     uint32_t encoding_size;
@@ -104,6 +111,7 @@ typedef struct qmkvd_encoding {
     qmkvd_compression compression;
     int64_t encryption_pos;
     uint32_t encryption_size;
+    uint8_t unsupported;  // QMKVD_DROP_COMPRESSION or QMKVD_DROP_ENCRYPTION when it cannot be undone
 } qmkvd_encoding;
 
 typedef struct qmkvd_content_encodings {
@@ -143,6 +151,17 @@ typedef struct qmkvd_track {
     qmkvd_audio audio;
     qmkvd_content_encodings content_encodings;
 } qmkvd_track;
+
+#define QMKVD_REASON_SIZE 64
+
+// A TrackEntry the demuxer cannot carry: what it was and why it was dropped.
+typedef struct qmkvd_dropped_track {
+    uint32_t track_number;
+    char codec_id[QMKVD_STRING_SIZE];
+    char name[QMKVD_STRING_SIZE];
+    char language[QMKVD_STRING_SIZE];
+    char reason[QMKVD_REASON_SIZE];  // e.g. "zlib compression is not supported"
+} qmkvd_dropped_track;
 
 typedef struct qmkvd_cue_point {
     int64_t cue_point_pos;
@@ -460,6 +479,10 @@ typedef struct qmkvd {
     qmkvd_window recent[QMKVD_RECENT_READS];
     uint8_t recent_bytes[QMKVD_RECENT_READS][QMKVD_RECENT_READ_SIZE];
     uint32_t recent_next;
+    // TrackEntries dropped at open, for tools that explain a missing track;
+    // the first QMKVD_MAX_TRACKS of them.
+    qmkvd_dropped_track dropped[QMKVD_MAX_TRACKS];
+    uint32_t dropped_count;
 } qmkvd;
 
 #endif  // QMKVD_TYPES_H_

@@ -3,6 +3,7 @@
 
 #include <string.h>
 
+#include "demux/qmkvd_dropped.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/mkv_builder.h"
 
@@ -94,31 +95,77 @@ TEST(TrackEntry, ReadsItsValues) {
     EXPECT_EQ(8u, t->video.pixel_crop_bottom);
 }
 
-TEST(TrackEntry, KeepsOrDropsTheEntry) {
-    struct { const char *name; Bytes extra; bool kept; const char *log; } cases[] = {
-        {"zlib", encoding({compression(0)}), false, "parse_contentencoding : 0 algorism is not supported"},
-        {"bzlib", encoding({compression(1)}), false, "parse_contentencoding : 1 algorism is not supported"},
+TEST(TrackEntry, KeepsOrDropsTheEntryAndSaysWhy) {
+    const char *damaged = "damaged entry";
+    struct { const char *name; Bytes extra; const char *dropped; const char *log; } cases[] = {
+        {"zlib", encoding({compression(0)}), "zlib compression is not supported",
+         "parse_contentencoding : 0 algorism is not supported"},
+        {"bzlib", encoding({compression(1)}), "bzlib compression is not supported",
+         "parse_contentencoding : 1 algorism is not supported"},
+        {"lzo", encoding({compression(2)}), "lzo1x compression is not supported", nullptr},
+        {"unknown_algo", encoding({compression(7)}), "compression algorithm 7 is not supported", nullptr},
         {"compression_without_algo", encoding({el(mkv::ContentCompression, {bin_el(mkv::ContentCompSettings, Bytes{1})})}),
-         false, "parse_contentencoding : 0 algorism is not supported"},
-        {"encrypted", encoding({el(mkv::ContentEncryption, Bytes{0x47, 0xE1, 0x81, 5})}), false,
-         "parse_contentencoding : encryption type is not supported"},
+         "zlib compression is not supported", "parse_contentencoding : 0 algorism is not supported"},
+        {"compression_cut_short", encoding({el(mkv::ContentCompression, {el(mkv::ContentCompAlgo, Bytes(9, 0))})}),
+         damaged, nullptr},
+        {"encrypted", encoding({el(mkv::ContentEncryption, Bytes{0x47, 0xE1, 0x81, 5})}),
+         "encryption is not supported", "parse_contentencoding : encryption type is not supported"},
         {"header_stripping", encoding({el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 3),
                                                                     bin_el(mkv::ContentCompSettings, Bytes{0xFF, 0xFB})})}),
-         true, nullptr},
-        {"codec_id_255", str_el(mkv::Name, std::string(255, 'n')), true, nullptr},
-        {"name_256", str_el(mkv::Name, std::string(256, 'n')), false, nullptr},
-        {"number_9_bytes", el(mkv::Audio, {el(mkv::Channels, Bytes(9, 1))}), false, nullptr},
-        {"codec_private_past_file", el_header(mkv::CodecPrivate, 1u << 20), false, nullptr},
-        {"audio_child_over_2g", el(mkv::Audio, el_header(0x2F00AA, 0x80000000ull, 8)), false, nullptr}};
+         nullptr, nullptr},
+        {"codec_id_255", str_el(mkv::Name, std::string(255, 'n')), nullptr, nullptr},
+        {"name_256", str_el(mkv::Name, std::string(256, 'n')), damaged, nullptr},
+        {"number_9_bytes", el(mkv::Audio, {el(mkv::Channels, Bytes(9, 1))}), damaged, nullptr},
+        {"codec_private_past_file", el_header(mkv::CodecPrivate, 1u << 20), damaged, nullptr},
+        {"audio_child_over_2g", el(mkv::Audio, el_header(0x2F00AA, 0x80000000ull, 8)), damaged, nullptr}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         LogCapture log;
         OneTrack f(el(mkv::TrackEntry, cat({uint_el(mkv::TrackNumber, 3), uint_el(mkv::TrackType, 2),
-                                            str_el(mkv::CodecID, "A_VORBIS"), c.extra})));
+                                            str_el(mkv::CodecID, "A_VORBIS"), str_el(mkv::Language, "fre"),
+                                            c.extra})));
         ASSERT_NE(nullptr, f.core.inst) << "the other track keeps the file open";
-        EXPECT_EQ(c.kept, f.track() != nullptr);
+        EXPECT_EQ(c.dropped == nullptr, f.track() != nullptr);
         EXPECT_TRUE(c.log == nullptr || log.contains(c.log)) << c.log;
+        uint32_t count = 99;
+        ASSERT_EQ(0, qmkvd_get_dropped_tracks(f.core.inst, nullptr, 0, &count));
+        ASSERT_EQ(c.dropped != nullptr ? 1u : 0u, count);
+        if (c.dropped == nullptr) continue;
+        qmkvd_dropped_track d;
+        ASSERT_EQ(0, qmkvd_get_dropped_tracks(f.core.inst, &d, 1, &count));
+        EXPECT_EQ(3u, d.track_number);
+        EXPECT_STREQ("A_VORBIS", d.codec_id);
+        EXPECT_STREQ("fre", d.language);
+        EXPECT_STREQ(c.dropped, d.reason);
     }
+}
+
+// Every dropped entry is listed in file order, with what it said about
+// itself; the table must hold them all.
+TEST(TrackEntry, DroppedEntriesAreListedInOrder) {
+    const Bytes zlib = encoding({compression(0)});
+    const Bytes crypt = encoding({el(mkv::ContentEncryption, Bytes{0x47, 0xE1, 0x81, 5})});
+    CoreFile f(file({segmentInfo(),
+                     tracks({trackEntry(1, 1, "V_VP8"),
+                             trackEntry(2, 0x11, "S_TEXT/UTF8", {str_el(mkv::Name, "Director"), zlib}),
+                             trackEntry(5, 2, "A_AAC", {str_el(mkv::Language, "ger"), crypt})}),
+                     cluster()}));
+    ASSERT_NE(nullptr, f.inst);
+    EXPECT_EQ(1, f.format.track_count);
+    uint32_t count = 0;
+    qmkvd_dropped_track table[2];
+    EXPECT_EQ(QMKVD_ERR_BUFFER, qmkvd_get_dropped_tracks(f.inst, table, 1, &count));
+    EXPECT_EQ(2u, count);
+    ASSERT_EQ(0, qmkvd_get_dropped_tracks(f.inst, table, 2, &count));
+    EXPECT_EQ(2u, table[0].track_number);
+    EXPECT_STREQ("S_TEXT/UTF8", table[0].codec_id);
+    EXPECT_STREQ("Director", table[0].name);
+    EXPECT_STREQ("zlib compression is not supported", table[0].reason);
+    EXPECT_EQ(5u, table[1].track_number);
+    EXPECT_STREQ("ger", table[1].language);
+    EXPECT_STREQ("encryption is not supported", table[1].reason);
+    EXPECT_EQ(QMKVD_ERR_ARGUMENT, qmkvd_get_dropped_tracks(nullptr, nullptr, 0, &count));
+    EXPECT_EQ(QMKVD_ERR_ARGUMENT, qmkvd_get_dropped_tracks(f.inst, nullptr, 0, nullptr));
 }
 
 // A zlib encoding after the first one, in the same ContentEncodings or in a

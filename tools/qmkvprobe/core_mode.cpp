@@ -67,10 +67,10 @@ int readAllCore(const Options &opts, qmkvd *inst, const qmkvd_format &format, do
 int seekCountCore(const Options &opts, qmkvd *inst, const qmkvd_format &format) {
     const std::vector<int64_t> times = seekTargets(opts.seekCount, format.duration / 10);
     const double start = now();
+    int64_t failed = 0;
     for (int t = 0; t < format.track_count; ++t)
-        seekAndReadCore(inst, t, times, coreSeekMode(opts.seek ? opts.seekMode : "prev"));
-    printf("{\"seeks\": %lld, \"tracks\": %d, \"seconds\": %.6f}\n", (long long)opts.seekCount,
-           format.track_count, now() - start);
+        failed += seekAndReadCore(inst, t, times, coreSeekMode(opts.seek ? opts.seekMode : "prev"));
+    printSeekCountLine(opts.seekCount, failed, format.track_count, now() - start);
     return 0;
 }
 

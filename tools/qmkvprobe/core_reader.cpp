@@ -46,20 +46,17 @@ int32_t readCoreTrack(qmkvd *inst, int index, const CoreSeek &seek,
 
 int64_t seekAndReadCore(qmkvd *inst, int index, const std::vector<int64_t> &timesUs, int32_t mode) {
     qmkvds *s = qmkvds_open(inst, index, nullptr);
-    if (s == nullptr) return 0;
+    if (s == nullptr) return (int64_t)timesUs.size();
     std::vector<uint8_t> buf(64 * 1024);
-    int64_t done = 0;
+    int64_t failed = 0;
     for (int64_t us : timesUs) {
         const uint64_t t = (uint64_t)us * 10;
         int64_t found = 0;
-        if (qmkvds_seek(s, &t, &found, mode) == 0) {
-            CoreFrame f{index, 0, 0, 0, nullptr, 0};
-            readCoreFrame(s, buf, &f);
-        }
-        done++;
+        CoreFrame f{index, 0, 0, 0, nullptr, 0};
+        if (qmkvds_seek(s, &t, &found, mode) != 0 || readCoreFrame(s, buf, &f) != 0) failed++;
     }
     qmkvds_close(s);
-    return done;
+    return failed;
 }
 
 void queryAllInfo(qmkvd *inst, const qmkvd_format &format) {

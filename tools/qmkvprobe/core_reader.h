@@ -38,7 +38,7 @@ int32_t readCoreTrack(qmkvd *inst, int index, const CoreSeek &seek,
                       const std::function<void(const CoreFrame &)> &onFrame);
 
 // Seeks track `index` to each time of `times_us` in turn and reads one frame
-// after each. Returns the number of seeks done.
+// after each. Returns the number of seeks that gave no frame or an error.
 int64_t seekAndReadCore(qmkvd *inst, int index, const std::vector<int64_t> &timesUs, int32_t mode);
 
 // Asks the core every per-track question the plug-in asks when it opens a

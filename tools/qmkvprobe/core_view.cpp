@@ -5,6 +5,9 @@
 
 #include <string>
 
+#include "dropped_tracks.h"
+#include "format_json.h"
+
 using nlohmann::ordered_json;
 
 namespace qmkvprobe {
@@ -181,12 +184,12 @@ ordered_json coreView(const qmkvd *inst, const qmkvd_format &format) {
 
     ordered_json tracks = ordered_json::array();
     for (int i = 0; i < format.track_count; ++i) tracks.push_back(trackView(inst, format, i));
-    return ordered_json{{"file", file}, {"tracks", tracks}};
+    return ordered_json{{"file", file}, {"tracks", tracks}, {"dropped", droppedJson(inst)}};
 }
 
 void printView(const ordered_json &view, bool json) {
     if (json) {
-        printf("%s\n", view.dump().c_str());
+        printf("%s\n", jsonLine(view).c_str());
         return;
     }
     printFlat("", view);

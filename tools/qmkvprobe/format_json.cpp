@@ -71,4 +71,8 @@ nlohmann::ordered_json formatToJson(AMediaFormat *format) {
     return j;
 }
 
+std::string jsonLine(const nlohmann::ordered_json &j) {
+    return j.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 }  // namespace qmkvprobe

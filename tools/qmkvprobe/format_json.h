@@ -10,6 +10,10 @@ namespace qmkvprobe {
 // Integers as numbers, strings as strings, buffers as lowercase hex.
 nlohmann::ordered_json formatToJson(AMediaFormat *format);
 
+// `j` as one line of JSON. A file's names may hold any bytes: those that are
+// not UTF-8 are replaced, never thrown over.
+std::string jsonLine(const nlohmann::ordered_json &j);
+
 }  // namespace qmkvprobe
 
 #endif  // QMKVPROBE_FORMAT_JSON_H_

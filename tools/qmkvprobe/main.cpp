@@ -13,8 +13,10 @@
 
 #include "core_mode.h"
 #include "counted_source.h"
+#include "library.h"
 #include "map.h"
 #include "options.h"
+#include "plugin_log.h"
 #include "plugin_mode.h"
 #include "probe_util.h"
 
@@ -22,7 +24,8 @@ namespace {
 
 const char kUsage[] =
     "usage: qmkvprobe [--core] [--json] [--packets] [--seek US[:MODE]] [--count] [--seek-count N] [--plugin PATH]\n"
-    "                 [--device LIST] [--map OUT.svg|OUT.png] FILE\n"
+    "                 [--device LIST] [--map OUT.svg|OUT.png] [--log] FILE\n"
+    "       qmkvprobe --library DIR [--device LIST] [--json] [--jobs N] [--plugin PATH] [--log]\n"
     "       qmkvprobe --help\n";
 
 // The plug-in built beside this tool.
@@ -34,8 +37,8 @@ std::string defaultPlugin() {
     return std::string(dirname(exe)) + "/libqmkvextractor.so";
 }
 
-int probe(const qmkvprobe::Options &opts) {
-    if (!opts.core) return qmkvprobe::runPlugin(opts, opts.plugin.empty() ? defaultPlugin() : opts.plugin);
+int probe(const qmkvprobe::Options &opts, const std::string &plugin) {
+    if (!opts.core) return qmkvprobe::runPlugin(opts, plugin);
 
     qmkvhost::FileSource file(opts.file.c_str());
     if (file.initCheck() != android::OK) {
@@ -60,14 +63,17 @@ int main(int argc, char **argv) {
         fputs(kUsage, stdout);
         return 0;
     }
-    if (!qmkvprobe::checkInput(opts.file, &error) ||
+    qmkvprobe::showPluginLog(opts.log);
+    const std::string plugin = opts.plugin.empty() ? defaultPlugin() : opts.plugin;
+    if ((opts.library.empty() && !qmkvprobe::checkInput(opts.file, &error)) ||
         (!opts.device.empty() && !qmkvprobe::checkInput(opts.device, &error))) {
         fprintf(stderr, "qmkvprobe: %s\n", error.c_str());
         return 1;
     }
     // The plug-in reads the device's codec list from here at every judgement.
     if (!opts.device.empty()) setenv("QMKV_CODEC_LIST", opts.device.c_str(), 1);
-    const int status = probe(opts);
+    if (!opts.library.empty()) return qmkvprobe::runLibrary(opts, plugin);
+    const int status = probe(opts, plugin);
     if (opts.map.empty()) return status;
     const int mapStatus = qmkvprobe::writeMap(opts.file, opts.map);
     return status != 0 ? status : mapStatus;

@@ -10,6 +10,9 @@ namespace qmkvprobe {
 
 namespace {
 
+// More worker processes than this only add forks.
+const int64_t kMaxJobs = 256;
+
 bool parseInt(const char *text, int64_t *value) {
     char *end = nullptr;
     errno = 0;
@@ -28,6 +31,19 @@ bool parseSeek(const std::string &arg, Options *opts) {
             return false;
     }
     return parseInt(arg.substr(0, colon).c_str(), &opts->seekUs) && opts->seekUs >= 0;
+}
+
+// A library run opens files, reads no frame and draws nothing.
+bool checkLibraryOptions(const Options &opts, std::string *error) {
+    if (!opts.file.empty()) {
+        *error = "--library takes a folder, not a file as well";
+        return false;
+    }
+    if (opts.core || opts.packets || opts.count || opts.seek || opts.seekCount >= 0 || !opts.map.empty()) {
+        *error = "--library goes only with --device, --json, --jobs, --plugin and --log";
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -67,6 +83,15 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
                 *error = "--map writes .svg or .png: " + opts->map;
                 return false;
             }
+        } else if (a == "--log") {
+            opts->log = true;
+        } else if (a == "--library" && hasValue) {
+            opts->library = argv[++i];
+        } else if (a == "--jobs" && hasValue) {
+            if (!parseInt(argv[++i], &opts->jobs) || opts->jobs < 1 || opts->jobs > kMaxJobs) {
+                *error = "bad --jobs value: " + std::string(argv[i]);
+                return false;
+            }
         } else if (a.size() > 1 && a[0] == '-') {
             *error = "unknown or incomplete option: " + a;
             return false;
@@ -77,7 +102,13 @@ bool parseOptions(int argc, char **argv, Options *opts, std::string *error) {
             return false;
         }
     }
-    if (opts->file.empty() && !opts->help) {
+    if (opts->help) return true;
+    if (!opts->library.empty()) return checkLibraryOptions(*opts, error);
+    if (opts->jobs != 0) {
+        *error = "--jobs goes with --library";
+        return false;
+    }
+    if (opts->file.empty()) {
         *error = "no file given";
         return false;
     }

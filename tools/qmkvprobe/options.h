@@ -21,11 +21,14 @@ struct Options {
     std::string plugin;
     std::string device;  // the device's codec list; empty for the built-in default
     std::string map;  // --map: where to draw the picture of the file
+    bool log = false;  // copy the plug-in's log lines to stderr
+    std::string library;  // --library: the folder to check instead of one file
+    int64_t jobs = 0;     // files opened at once with --library; 0: one per core
     std::string file;
 };
 
 // Parses argv into `opts`; on bad usage returns false with `error` set.
-// With --help no file is needed.
+// With --help no file is needed; with --library no file is taken.
 bool parseOptions(int argc, char **argv, Options *opts, std::string *error);
 
 }  // namespace qmkvprobe

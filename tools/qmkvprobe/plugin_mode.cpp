@@ -9,9 +9,9 @@
 
 #include "core_view.h"
 #include "counted_source.h"
-#include "format_json.h"
+#include "dropped_tracks.h"
+#include "plugin_formats.h"
 #include "probe_util.h"
-#include "qextractorcmn/ExtMediaFormatDef.h"
 #include "seek_targets.h"
 
 using nlohmann::ordered_json;
@@ -27,48 +27,6 @@ uint32_t seekOptions(const std::string &mode) {
     if (mode == "closest_sync") m = android::CMediaTrackReadOptions::SEEK_CLOSEST_SYNC;
     if (mode == "closest") m = android::CMediaTrackReadOptions::SEEK_CLOSEST;
     return android::CMediaTrackReadOptions::SEEK | m;
-}
-
-struct Formats {
-    AMediaFormat *file = nullptr;
-    std::vector<AMediaFormat *> tracks;
-    ~Formats() {
-        AMediaFormat_delete(file);
-        for (AMediaFormat *f : tracks) AMediaFormat_delete(f);
-    }
-};
-
-void readFormats(qmkvhost::Extractor &ex, Formats *f) {
-    f->file = AMediaFormat_new();
-    ex.getMetaData(f->file);
-    const size_t n = ex.countTracks();
-    for (size_t i = 0; i < n; ++i) {
-        AMediaFormat *meta = AMediaFormat_new();
-        ex.getTrackMetaData(meta, i, 0);
-        f->tracks.push_back(meta);
-    }
-}
-
-// A track's format with the plug-in's words for its status under "status",
-// next to the status code.
-ordered_json trackJson(AMediaFormat *format) {
-    const ordered_json keys = formatToJson(format);
-    const auto words = keys.find(AMEDIAFORMAT_KEY_TRACK_STATUS);
-    const ordered_json status = words != keys.end() ? *words : ordered_json("not reported by the plug-in");
-    ordered_json j = ordered_json::object();
-    for (auto &[key, value] : keys.items()) {
-        if (key == AMEDIAFORMAT_KEY_TRACK_STATUS) continue;
-        j[key] = value;
-        if (key == AMEDIAFORMAT_KEY_ERROR_TYPE) j["status"] = status;
-    }
-    if (!j.contains("status")) j["status"] = status;
-    return j;
-}
-
-ordered_json formatsJson(const Formats &f) {
-    ordered_json tracks = ordered_json::array();
-    for (AMediaFormat *t : f.tracks) tracks.push_back(trackJson(t));
-    return ordered_json{{"file", formatToJson(f.file)}, {"tracks", tracks}};
 }
 
 struct Counts {
@@ -132,17 +90,20 @@ int seekCount(const Options &opts, qmkvhost::Extractor &ex, const Formats &forma
     const std::vector<int64_t> targets = seekTargets(opts.seekCount, durationUs);
     const uint32_t options = seekOptions(opts.seek ? opts.seekMode : "prev");
     const double start = now();
+    int64_t failed = 0;
     for (size_t i = 0; i < formats.tracks.size(); ++i) {
         std::unique_ptr<qmkvhost::Track> track = ex.getTrack(i);
-        if (track == nullptr || track->start() != AMEDIA_OK) continue;
+        if (track == nullptr || track->start() != AMEDIA_OK) {
+            failed += (int64_t)targets.size();
+            continue;
+        }
         for (int64_t t : targets) {
             qmkvhost::Sample sample;
-            track->read(&sample, options, t);
+            if (track->read(&sample, options, t) != AMEDIA_OK) failed++;
         }
         track->stop();
     }
-    printf("{\"seeks\": %lld, \"tracks\": %zu, \"seconds\": %.6f}\n", (long long)opts.seekCount,
-           formats.tracks.size(), now() - start);
+    printSeekCountLine(opts.seekCount, failed, (int64_t)formats.tracks.size(), now() - start);
     return 0;
 }
 
@@ -162,20 +123,22 @@ int runPlugin(const Options &opts, const std::string &pluginPath) {
     }
     CountedSource counted(file.wrap());
     const double openStart = now();
-    std::unique_ptr<qmkvhost::Extractor> ex = plugin->open(counted.source());
-    if (ex == nullptr) {
-        fprintf(stderr, "qmkvprobe: %s is not claimed by the plug-in\n", opts.file.c_str());
-        return 1;
-    }
     Formats formats;
-    readFormats(*ex, &formats);
+    std::string why;
+    std::unique_ptr<qmkvhost::Extractor> ex = openFormats(*plugin, counted.source(), &formats, &why);
     const double openSeconds = now() - openStart;
-    if (formats.tracks.empty()) {
-        fprintf(stderr, "qmkvprobe: %s: the extractor lists no track\n", opts.file.c_str());
+    if (ex == nullptr) {
+        fprintf(stderr, "qmkvprobe: %s: %s\n", opts.file.c_str(), why.c_str());
         return 1;
     }
     if (opts.seekCount >= 0) return seekCount(opts, *ex, formats);
-    if (!opts.count) printView(formatsJson(formats), opts.json);
+    if (!opts.count) {
+        nlohmann::ordered_json view = formatsJson(formats);
+        // The plug-in's formats never mention the entries it dropped; the
+        // core, opened on the same file, lists them.
+        view["dropped"] = droppedOfFile(opts.file);
+        printView(view, opts.json);
+    }
     if (!opts.packets && !opts.count) return 0;
 
     Counts counts;

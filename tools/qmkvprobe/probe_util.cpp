@@ -10,27 +10,22 @@
 
 namespace qmkvprobe {
 
-bool checkInput(const std::string &path, std::string *why) {
+std::string inputProblem(const std::string &path) {
     struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        *why = path + ": " + strerror(errno);
-        return false;
-    }
-    if (S_ISDIR(st.st_mode)) {
-        *why = path + " is a directory";
-        return false;
-    }
+    if (stat(path.c_str(), &st) != 0) return strerror(errno);
+    if (S_ISDIR(st.st_mode)) return "is a directory";
     FILE *f = fopen(path.c_str(), "rb");
-    if (f == nullptr) {
-        *why = "cannot read " + path + ": " + strerror(errno);
-        return false;
-    }
+    if (f == nullptr) return std::string("cannot be read (") + strerror(errno) + ")";
     fclose(f);
-    if (st.st_size == 0) {
-        *why = path + " is empty";
-        return false;
-    }
-    return true;
+    if (st.st_size == 0) return "is empty";
+    return "";
+}
+
+bool checkInput(const std::string &path, std::string *why) {
+    const std::string problem = inputProblem(path);
+    if (problem.empty()) return true;
+    *why = path + ": " + problem;
+    return false;
 }
 
 double now() {
@@ -50,6 +45,11 @@ void printCountLine(uint64_t frames, uint64_t bytes, double seconds, double open
            "\"read_bytes\": %llu}\n",
            (unsigned long long)frames, (unsigned long long)bytes, seconds, openSeconds,
            (unsigned long long)counted.reads(), (unsigned long long)counted.readBytes());
+}
+
+void printSeekCountLine(int64_t seeks, int64_t failed, int64_t tracks, double seconds) {
+    printf("{\"seeks\": %lld, \"failed\": %lld, \"tracks\": %lld, \"seconds\": %.6f}\n", (long long)seeks,
+           (long long)failed, (long long)tracks, seconds);
 }
 
 }  // namespace qmkvprobe

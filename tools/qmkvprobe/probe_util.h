@@ -10,8 +10,10 @@
 
 namespace qmkvprobe {
 
-// False, with the reason in `why`, when `path` is missing, a directory,
-// unreadable or empty.
+// Why `path` cannot be probed (missing, a directory, unreadable, empty), in
+// words; empty when it can.
+std::string inputProblem(const std::string &path);
+// False, with the path and the reason in `why`, when it cannot be probed.
 bool checkInput(const std::string &path, std::string *why);
 // Monotonic wall time in seconds.
 double now();
@@ -20,6 +22,10 @@ std::string crc32Hex(const uint8_t *data, size_t size);
 // The --count line: frames and bytes delivered, the reading's and the
 // open's wall time, and the data-source reads made so far.
 void printCountLine(uint64_t frames, uint64_t bytes, double seconds, double openSeconds, const CountedSource &counted);
+
+// The --seek-count line: seeks asked per track, those (over every track)
+// that gave no sample or an error, the tracks and the wall time.
+void printSeekCountLine(int64_t seeks, int64_t failed, int64_t tracks, double seconds);
 
 }  // namespace qmkvprobe
 
