@@ -169,7 +169,7 @@ int runPlugin(const Options &opts, const std::string &pluginPath) {
     }
     Formats formats;
     readFormats(*ex, &formats);
-    const double openSeconds = now() - openStart;
+    const OpenCost open = {now() - openStart, counted.reads()};
     if (formats.tracks.empty()) {
         fprintf(stderr, "qmkvprobe: %s: the extractor lists no track\n", opts.file.c_str());
         return 1;
@@ -182,7 +182,7 @@ int runPlugin(const Options &opts, const std::string &pluginPath) {
     bool ok = true;
     const double start = now();
     for (size_t i = 0; i < formats.tracks.size(); ++i) ok = readTrack(opts, *ex, i, &counts) && ok;
-    if (opts.count) printCountLine(counts.frames, counts.bytes, now() - start, openSeconds, counted);
+    if (opts.count) printCountLine(counts.frames, counts.bytes, now() - start, open, counted);
     return ok ? 0 : 1;
 }
 
