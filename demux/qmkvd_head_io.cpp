@@ -60,15 +60,23 @@ int32_t head_read(QCMN_MFAL_FP *fp, void *buf, int32_t size) {
             done += n;
             continue;
         }
+        // Bytes read before (a walk coming back to an element it has
+        // parsed) are copied without moving the window.
+        if (want < w->cap && qmkvd_window_take(w, io->base, io->base_fp, at, out + done, want, 0, false) == want) {
+            done += want;
+            continue;
+        }
         if (want >= w->cap) {
             // Larger than the window: straight into the caller's buffer.
-            const uint32_t got = qmkvd_window_take(w, io->base, io->base_fp, at, out + done, want, want);
+            const uint32_t got = qmkvd_window_take(w, io->base, io->base_fp, at, out + done, want, want, false);
             done += got;
             if (got < want) break;
             continue;
         }
         const uint32_t ask = fill_size(w, w->file->file_size, at, want);
-        const uint32_t got = qmkvd_window_take(w, io->base, io->base_fp, at, w->bytes, ask, want);
+        // A look at one header is not kept for the streams: it would only
+        // split their later fills.
+        const uint32_t got = qmkvd_window_take(w, io->base, io->base_fp, at, w->bytes, ask, want, ask > want);
         if (got == 0) break;
         w->start = at;
         w->len = got;

@@ -182,10 +182,10 @@ uint32_t qmkvd_window_copy(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, i
 }
 
 uint32_t qmkvd_window_take(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out,
-                           uint32_t size, uint32_t need) {
+                           uint32_t size, uint32_t need, bool keep) {
     if (pos < 0) return 0;
     lock(w);
-    const uint32_t got = take(w, mfal, fp, pos, out, size, true, need);
+    const uint32_t got = take(w, mfal, fp, pos, out, size, keep, need);
     unlock(w);
     return got;
 }
