@@ -124,8 +124,11 @@ int runFirstChild(Kind kind, const std::string &path, bool seek, int64_t targetU
     const bool ok = seek ? reader->canSeek() && reader->beginTrack(0) && reader->seekRead(0, targetUs, sink)
                          : reader->firstFrame(sink);
     const double t2 = now();
-    printf("{\"reader\": \"%s\", \"ok\": %s, \"open_s\": %.7f, \"%s\": %.7f}\n", kindName(kind),
-           ok ? "true" : "false", t1 - t0, seek ? "open_seek_s" : "open_first_s", t2 - t0);
+    const IoCounts io = reader->io();
+    printf("{\"reader\": \"%s\", \"ok\": %s, \"open_s\": %.7f, \"%s\": %.7f, \"reads\": %llu, "
+           "\"asked_bytes\": %llu}\n",
+           kindName(kind), ok ? "true" : "false", t1 - t0, seek ? "open_seek_s" : "open_first_s", t2 - t0,
+           (unsigned long long)io.calls, (unsigned long long)io.asked);
     return ok ? 0 : 1;
 }
 
