@@ -18,6 +18,10 @@ const uint32_t kFirstRun = 256;
 // at): its body is read with it.
 const uint32_t kMaxHeader = 12;
 const uint32_t kElementAhead = 512;
+// Reads this large (a parser refilling a buffer of its own, as the Cues'
+// decoder does) go straight to the caller's buffer: through the window
+// every byte would be copied once more.
+const uint32_t kDirectRead = 4096;
 
 qmkvd_window_io *view_of(QCMN_MFAL_FP *fp) { return reinterpret_cast<qmkvd_window_io *>(fp); }
 
@@ -62,12 +66,11 @@ int32_t head_read(QCMN_MFAL_FP *fp, void *buf, int32_t size) {
         }
         // Bytes read before (a walk coming back to an element it has
         // parsed) are copied without moving the window.
-        if (want < w->cap && qmkvd_window_take(w, io->base, io->base_fp, at, out + done, want, 0, false) == want) {
+        if (want < kDirectRead && qmkvd_window_take(w, io->base, io->base_fp, at, out + done, want, 0, false) == want) {
             done += want;
             continue;
         }
-        if (want >= w->cap) {
-            // Larger than the window: straight into the caller's buffer.
+        if (want >= kDirectRead) {
             const uint32_t got = qmkvd_window_take(w, io->base, io->base_fp, at, out + done, want, want, false);
             done += got;
             if (got < want) break;
