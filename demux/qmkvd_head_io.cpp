@@ -70,7 +70,7 @@ int32_t head_read(QCMN_MFAL_FP *fp, void *buf, int32_t size) {
             done += want;
             continue;
         }
-        if (want >= kDirectRead) {
+        if (want >= kDirectRead || w->cap == 0) {
             const uint32_t got = qmkvd_window_take(w, io->base, io->base_fp, at, out + done, want, want, false);
             done += got;
             if (got < want) break;
