@@ -9,9 +9,10 @@
 //       one open + whole-file read, one JSON line; used for peak memory
 //       (a fresh process per reader), callgrind (the phase is bracketed by
 //       instrumentation start/stop) and, in qmkv_bench_copies, copy counting.
-//   qmkv_bench --child READER FILE --phase first|seek [--target US]
+//   qmkv_bench --child READER FILE --phase first|seek [--target US] [--charge US]
 //       in a fresh process: open, then the first frame (or a seek of track 0
-//       to US and one frame there); one JSON line with the times.
+//       to US and one frame there); one JSON line with the times. With
+//       --charge every read of the source busy-waits US first.
 #include <ctype.h>
 #include <fcntl.h>
 #include <math.h>
@@ -123,8 +124,11 @@ int runFirstChild(Kind kind, const std::string &path, bool seek, int64_t targetU
     const bool ok = seek ? reader->canSeek() && reader->beginTrack(0) && reader->seekRead(0, targetUs, sink)
                          : reader->firstFrame(sink);
     const double t2 = now();
-    printf("{\"reader\": \"%s\", \"ok\": %s, \"open_s\": %.7f, \"%s\": %.7f}\n", kindName(kind),
-           ok ? "true" : "false", t1 - t0, seek ? "open_seek_s" : "open_first_s", t2 - t0);
+    const IoCounts io = reader->io();
+    printf("{\"reader\": \"%s\", \"ok\": %s, \"open_s\": %.7f, \"%s\": %.7f, \"reads\": %llu, "
+           "\"asked_bytes\": %llu}\n",
+           kindName(kind), ok ? "true" : "false", t1 - t0, seek ? "open_seek_s" : "open_first_s", t2 - t0,
+           (unsigned long long)io.calls, (unsigned long long)io.asked);
     return ok ? 0 : 1;
 }
 
@@ -568,7 +572,7 @@ int usage() {
     fprintf(stderr,
             "usage: qmkv_bench [--files DIR] [--reps N] [--open-reps N] [--seeks N] [--charge US] [--readers a,b]\n"
             "                  [--only f1,f2] [--no-memory] [--json OUT]\n"
-            "       qmkv_bench --child READER FILE [--phase open|read|first|seek] [--target US]\n"
+            "       qmkv_bench --child READER FILE [--phase open|read|first|seek] [--target US] [--charge US]\n"
             "readers: raw mapped raw-source core core-direct plugin lavf libwebm mkvparser\n");
     return 2;
 }
@@ -579,6 +583,7 @@ int main(int argc, char **argv) {
     Config cfg;
     std::string childKind, childFile, phase;
     int64_t targetUs = 0;
+    bool charged = false;  // a child's reads cost nothing unless asked
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto value = [&](std::string *out) {
@@ -605,6 +610,7 @@ int main(int argc, char **argv) {
             cfg.seeks = std::max(0, atoi(v.c_str()));
         } else if (a == "--charge" && value(&v)) {
             cfg.charge = (uint32_t)std::max(0, atoi(v.c_str()));
+            charged = true;
         } else if (a == "--readers" && value(&v)) {
             cfg.kinds.clear();
             for (const std::string &name : split(v)) {
@@ -622,7 +628,10 @@ int main(int argc, char **argv) {
             return usage();
         }
     }
-    if (!childKind.empty()) return runChild(childKind, childFile, phase, targetUs);
+    if (!childKind.empty()) {
+        if (charged) setReadCharge(cfg.charge);
+        return runChild(childKind, childFile, phase, targetUs);
+    }
     if (cfg.dir.empty()) return usage();
 
     const std::string exe = selfExe();

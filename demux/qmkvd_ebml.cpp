@@ -26,7 +26,7 @@ bool read_lead(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint8_t *lead, int32_t *extra)
 template <typename T>
 bool read_tail(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int32_t extra, T *value) {
     if (extra == 0) return true;
-    uint8_t tail[8];
+    uint8_t tail[8] = {0};  // a read cut short by the end of the file leaves zeros, not stack bytes
     if (!read_bytes(mfal, fp, tail, extra)) return false;
     for (int32_t i = 0; i < extra; ++i) *value = (T)((*value << 8) | tail[i]);
     return true;

@@ -6,6 +6,7 @@
 #include "demux/qmkvd.h"
 #include "demux/qmkvd_cues.h"
 #include "demux/qmkvd_ebml.h"
+#include "demux/qmkvd_head_io.h"
 #include "demux/qmkvd_parse.h"
 #include "demux/qmkvd_walk.h"
 
@@ -185,9 +186,12 @@ int32_t qmkvd_header_parse(qmkvd *inst) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "[parser] qmkv_fopen() failed");
         return -1;
     }
-    const qmkvd_io io = {&inst->mfal, fp};
     inst->mfal.getsize(fp, &inst->file_size);
+    qmkvd_head_io head;
+    qmkvd_head_io_open(&head, inst, fp);
+    const qmkvd_io io = {&head.view.mfal, qmkvd_window_io_fp(&head.view)};
     const int32_t r = parse_headers(inst, &io);
+    qmkvd_head_io_close(&head);
     inst->cue_base = inst->seekhead.start;
     inst->mfal.close(fp);
     return r;

@@ -58,10 +58,11 @@ void remember(qmkvd *file, int64_t pos, const uint8_t *bytes, uint32_t n) {
 // the other's blocks) ask for its bytes about once. Returns the bytes put;
 // fewer at the end of the file. Every pass copies or reads something or
 // stops, and there are no more passes than places that hold bytes. `keep`:
-// small reads are kept for the other streams (fills, not frames). Called
+// small reads are kept for the other streams (fills, not frames). Once
+// `need` bytes are in, it stops before a read rather than make one. Called
 // under the file's window lock when `w` has a file.
 uint32_t take(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out, uint32_t size,
-              bool keep) {
+              bool keep, uint32_t need) {
     // Nothing is asked for past the end of the file.
     const int64_t file_size = w->file != nullptr ? w->file->file_size : 0;
     if (file_size > 0 && file_size - pos < (int64_t)size) size = pos < file_size ? (uint32_t)(file_size - pos) : 0;
@@ -78,6 +79,7 @@ uint32_t take(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, u
             done += n;
             continue;
         }
+        if (done >= need) break;
         if (next - at < (int64_t)n) n = (uint32_t)(next - at);
         if (mfal->setpos(fp, &at) != 0) break;
         const int32_t got = mfal->read(fp, out + done, (int32_t)n);
@@ -111,7 +113,7 @@ bool fill(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint3
     lock(w);
     w->len = 0;
     w->start = pos;
-    w->len = size > 0 ? take(w, mfal, fp, pos, w->bytes, size, true) : 0;
+    w->len = size > 0 ? take(w, mfal, fp, pos, w->bytes, size, true, size) : 0;
     unlock(w);
     return w->len > 0;
 }
@@ -171,12 +173,21 @@ uint32_t qmkvd_window_copy(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, i
         // The rest straight into the caller's buffer: what other streams'
         // windows hold copied from there, the rest in one read of the file.
         lock(w);
-        done += take(w, mfal, fp, at, out + done, n - done, false);
+        done += take(w, mfal, fp, at, out + done, n - done, false, n - done);
         unlock(w);
         at = pos + done;
     }
     mfal->setpos(fp, &at);
     return done;
+}
+
+uint32_t qmkvd_window_take(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out,
+                           uint32_t size, uint32_t need, bool keep) {
+    if (pos < 0) return 0;
+    lock(w);
+    const uint32_t got = take(w, mfal, fp, pos, out, size, keep, need);
+    unlock(w);
+    return got;
 }
 
 int32_t qmkvd_cursor_size(qmkvd_cursor *c, int32_t max_bytes, uint64_t *size, uint32_t *length) {

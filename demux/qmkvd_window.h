@@ -39,6 +39,14 @@ const uint8_t *qmkvd_window_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *f
 uint32_t qmkvd_window_copy(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out,
                            uint32_t n);
 
+// Puts the file's bytes [pos, pos + size) into `out` as a fill of `w`
+// does: what the file's other windows and recent small reads hold is
+// copied, the rest read (small reads kept for the others when `keep`);
+// once `need` bytes are in, it stops before a read rather than make one.
+// Returns the bytes put; fewer at the end of the file. `w` is not changed.
+uint32_t qmkvd_window_take(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out,
+                           uint32_t size, uint32_t need, bool keep);
+
 // A byte cursor over a window, for headers of unbounded length (lacing).
 typedef struct qmkvd_cursor {
     qmkvd_window *w;

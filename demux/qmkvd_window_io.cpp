@@ -41,7 +41,7 @@ int32_t io_getsize(QCMN_MFAL_FP *fp, int64_t *size) {
 
 }  // namespace
 
-void qmkvd_window_io_init(qmkvd_window_io *io, qmkvds *s, qmkvd_window *w) {
+void qmkvd_window_io_init_on(qmkvd_window_io *io, QCMN_MFAL *base, QCMN_MFAL_FP *base_fp, qmkvd_window *w) {
     memset(io, 0, sizeof(*io));
     io->mfal.read = io_read;
     io->mfal.getpos = io_getpos;
@@ -49,7 +49,11 @@ void qmkvd_window_io_init(qmkvd_window_io *io, qmkvds *s, qmkvd_window *w) {
     io->mfal.skip = io_skip;
     io->mfal.getsize = io_getsize;
     io->w = w;
-    io->base = s->mfal;
-    io->base_fp = s->file;
-    s->mfal->getpos(s->file, &io->pos);
+    io->base = base;
+    io->base_fp = base_fp;
+    base->getpos(base_fp, &io->pos);
+}
+
+void qmkvd_window_io_init(qmkvd_window_io *io, qmkvds *s, qmkvd_window *w) {
+    qmkvd_window_io_init_on(io, s->mfal, s->file, w);
 }

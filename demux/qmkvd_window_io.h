@@ -24,6 +24,9 @@ typedef struct qmkvd_window_io {
 // current position.
 void qmkvd_window_io_init(qmkvd_window_io *io, qmkvds *stream, qmkvd_window *w);
 
+// The same over any file object `base_fp` of `base`.
+void qmkvd_window_io_init_on(qmkvd_window_io *io, QCMN_MFAL *base, QCMN_MFAL_FP *base_fp, qmkvd_window *w);
+
 // The handle to pass with `io->mfal`.
 static inline QCMN_MFAL_FP *qmkvd_window_io_fp(qmkvd_window_io *io) {
     return reinterpret_cast<QCMN_MFAL_FP *>(io);

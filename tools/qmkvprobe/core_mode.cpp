@@ -26,7 +26,7 @@ namespace {
 
 // Reads every track to its end; prints each frame unless only counting.
 // Returns the exit status.
-int readAllCore(const Options &opts, qmkvd *inst, const qmkvd_format &format, double openSeconds,
+int readAllCore(const Options &opts, qmkvd *inst, const qmkvd_format &format, const OpenCost &open,
                 const CountedSource &counted) {
     uint64_t frames = 0, bytes = 0;
     int status = 0;
@@ -60,7 +60,7 @@ int readAllCore(const Options &opts, qmkvd *inst, const qmkvd_format &format, do
             }
         }
     }
-    if (opts.count) printCountLine(frames, bytes, now() - start, openSeconds, counted);
+    if (opts.count) printCountLine(frames, bytes, now() - start, open, counted);
     return status;
 }
 
@@ -89,7 +89,7 @@ int runCore(const Options &opts, android::DataSourceHelper *source, const Counte
     const double openStart = now();
     qmkvd *inst = qmkvd_create(&mfal, &openParams, &format, &error);
     if (inst != nullptr) queryAllInfo(inst, format);
-    const double openSeconds = now() - openStart;
+    const OpenCost open = {now() - openStart, counted.reads()};
     if (inst == nullptr) {
         if (opts.json) printf("{\"file\":{\"error\":%d},\"tracks\":[]}\n", error);
         fprintf(stderr, "qmkvprobe: %s: the demuxer cannot open it (error %d)\n", opts.file.c_str(), error);
@@ -101,7 +101,7 @@ int runCore(const Options &opts, android::DataSourceHelper *source, const Counte
         status = seekCountCore(opts, inst, format);
     } else {
         if (!opts.count) printView(coreView(inst, format), opts.json);
-        if (opts.packets || opts.count) status = readAllCore(opts, inst, format, openSeconds, counted);
+        if (opts.packets || opts.count) status = readAllCore(opts, inst, format, open, counted);
     }
     qmkvd_delete(inst);
     qcmn_mfal_deinit(&mfal);

@@ -126,7 +126,7 @@ int runPlugin(const Options &opts, const std::string &pluginPath) {
     Formats formats;
     std::string why;
     std::unique_ptr<qmkvhost::Extractor> ex = openFormats(*plugin, counted.source(), &formats, &why);
-    const double openSeconds = now() - openStart;
+    const OpenCost open = {now() - openStart, counted.reads()};
     if (ex == nullptr) {
         fprintf(stderr, "qmkvprobe: %s: %s\n", opts.file.c_str(), why.c_str());
         return 1;
@@ -145,7 +145,7 @@ int runPlugin(const Options &opts, const std::string &pluginPath) {
     bool ok = true;
     const double start = now();
     for (size_t i = 0; i < formats.tracks.size(); ++i) ok = readTrack(opts, *ex, i, &counts) && ok;
-    if (opts.count) printCountLine(counts.frames, counts.bytes, now() - start, openSeconds, counted);
+    if (opts.count) printCountLine(counts.frames, counts.bytes, now() - start, open, counted);
     return ok ? 0 : 1;
 }
 

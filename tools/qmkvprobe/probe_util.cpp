@@ -40,11 +40,11 @@ std::string crc32Hex(const uint8_t *data, size_t size) {
     return hex;
 }
 
-void printCountLine(uint64_t frames, uint64_t bytes, double seconds, double openSeconds, const CountedSource &counted) {
+void printCountLine(uint64_t frames, uint64_t bytes, double seconds, const OpenCost &open, const CountedSource &counted) {
     printf("{\"frames\": %llu, \"bytes\": %llu, \"seconds\": %.6f, \"open_seconds\": %.6f, \"reads\": %llu, "
-           "\"read_bytes\": %llu}\n",
-           (unsigned long long)frames, (unsigned long long)bytes, seconds, openSeconds,
-           (unsigned long long)counted.reads(), (unsigned long long)counted.readBytes());
+           "\"read_bytes\": %llu, \"open_reads\": %llu}\n",
+           (unsigned long long)frames, (unsigned long long)bytes, seconds, open.seconds,
+           (unsigned long long)counted.reads(), (unsigned long long)counted.readBytes(), (unsigned long long)open.reads);
 }
 
 void printSeekCountLine(int64_t seeks, int64_t failed, int64_t tracks, double seconds) {

@@ -19,9 +19,15 @@ bool checkInput(const std::string &path, std::string *why);
 double now();
 // zlib CRC-32 of the bytes, 8 lowercase hex digits.
 std::string crc32Hex(const uint8_t *data, size_t size);
-// The --count line: frames and bytes delivered, the reading's and the
-// open's wall time, and the data-source reads made so far.
-void printCountLine(uint64_t frames, uint64_t bytes, double seconds, double openSeconds, const CountedSource &counted);
+// What the open cost: wall time and data-source reads from loading the
+// file to knowing every track's format.
+struct OpenCost {
+    double seconds = 0;
+    uint64_t reads = 0;
+};
+// The --count line: frames and bytes delivered, the reading's wall time,
+// the open's cost, and the data-source reads made so far.
+void printCountLine(uint64_t frames, uint64_t bytes, double seconds, const OpenCost &open, const CountedSource &counted);
 
 // The --seek-count line: seeks asked per track, those (over every track)
 // that gave no sample or an error, the tracks and the wall time.
