@@ -427,10 +427,10 @@ gen mkvmerge_mono.mka "mkvmerge: mono Opus, PCM and E-AC-3, whose Channels eleme
 # --- GStreamer's matroskamux ------------------------------------------------------
 # It writes the DocType "matroska" padded with a zero byte, and its own
 # choice of elements, block kinds and cluster layout.
-gst_mux() {  # OUT PIPELINE... (the pipeline feeds the element named mux)
+gst_mux() {  # OUT PIPELINE... (the pipeline feeds the element named mux; $mux_props are its properties)
   local dst=$1
   shift
-  gst-launch-1.0 -q "$@" matroskamux name=mux ! filesink location="$dst" >/dev/null
+  gst-launch-1.0 -q "$@" matroskamux name=mux ${mux_props:-} ! filesink location="$dst" >/dev/null
 }
 GV=(videotestsrc num-buffers=75 ! video/x-raw,width=160,height=120,framerate=25/1)
 GA=(audiotestsrc num-buffers=100 wave=sine ! audio/x-raw,rate=48000,channels=2 ! audioconvert)
@@ -457,11 +457,7 @@ gen gst_pcm.mka "GStreamer: PCM 16-bit little-endian stereo 48 kHz, 2 s" \
 # pipes write them; GStreamer's streamable mode also leaves the Segment's and
 # every Cluster's size unknown. Each has a remux by mkvmerge, with Cues and
 # sizes, to compare seeks with.
-gst_live() {  # OUT PIPELINE... (as gst_mux)
-  local dst=$1
-  shift
-  gst-launch-1.0 -q "$@" matroskamux name=mux streamable=true ! filesink location="$dst" >/dev/null
-}
+gst_live() { mux_props=streamable=true gst_mux "$@"; }
 LV=(videotestsrc num-buffers=150 ! video/x-raw,width=160,height=120,framerate=25/1)
 LA=(audiotestsrc num-buffers=300 samplesperbuffer=960 wave=sine ! audio/x-raw,rate=48000,channels=2 ! audioconvert)
 gen live_gst_h264_aac.mkv "GStreamer streamable=true: H.264 + AAC, 6 s; Segment and Clusters of unknown size, no Duration, no Cues" \
