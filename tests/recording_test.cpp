@@ -363,30 +363,17 @@ TEST(Recording, SeeksLandWhereTheRemuxWithCuesLandsOnBothPaths) {
             const uint64_t target = (uint64_t)targetUs * 10;
             qmkvds *sa = qmkvds_open(a.inst, 0, nullptr), *sb = qmkvds_open(b.inst, 0, nullptr);
             const int32_t ra = qmkvds_seek(sa, &target, &foundA, QMKVDS_SEEK_NEXT);
-            const int32_t rb = qmkvds_seek(sb, &target, &foundB, QMKVDS_SEEK_NEXT);
-            ASSERT_EQ(rb, ra);
-            if (ra == 0) {
-                EXPECT_EQ(foundB, foundA);
-                std::vector<uint8_t> bufA(1 << 20), bufB(1 << 20);
-                uint32_t sizeA = 0, sizeB = 0, keyA = 0, keyB = 0;
-                int64_t ptsA = 0, ptsB = 0, end = 0;
-                ASSERT_EQ(0, qmkvds_get_frm(sa, bufA.data(), (uint32_t)bufA.size(), &sizeA, &ptsA, &end, &keyA));
-                ASSERT_EQ(0, qmkvds_get_frm(sb, bufB.data(), (uint32_t)bufB.size(), &sizeB, &ptsB, &end, &keyB));
-                // mkvmerge rewrites some H.264 units: the same frame, not the same bytes.
-                EXPECT_EQ(ptsB, ptsA);
-                EXPECT_EQ(1u, keyA);
-                EXPECT_EQ(keyB, keyA);
-                ++landed;
-            }
+            EXPECT_EQ(qmkvds_seek(sb, &target, &foundB, QMKVDS_SEEK_NEXT), ra);
+            EXPECT_TRUE(ra != 0 || foundA == foundB) << foundA << " against " << foundB;
+            landed += ra == 0;
             qmkvds_close(sa);
             qmkvds_close(sb);
             // The framework's next-sync seek through the plug-in.
             const uint32_t seek = android::CMediaTrackReadOptions::SEEK | android::CMediaTrackReadOptions::SEEK_NEXT_SYNC;
             const auto fa = pa.read(0, seek, targetUs), fb = pb.read(0, seek, targetUs);
+            // mkvmerge rewrites some H.264 units: the same frames, not the same bytes.
             ASSERT_EQ(fb.size(), fa.size());
-            if (!fa.empty()) {
-                EXPECT_EQ(fb[0].second, fa[0].second);
-            }
+            for (size_t i = 0; i < fa.size(); ++i) ASSERT_EQ(fb[i].second, fa[i].second);
         }
         EXPECT_GE(landed, 8) << "all but the targets after the last key frame land";
     }
