@@ -97,13 +97,14 @@ void interleave(std::vector<bool> live, int *budget, Read read) {
 // Seeks to two of the kSeekTargets targets in each of `modes` modes: two
 // opposite each other, turned by `turn` (a stream's number and an input
 // byte), so that over the inputs every target comes up in every mode with
-// a third of the seeks in each. `seek(mode, target)`.
+// a third of the seeks in each; replays take them all. `seek(mode, target)`.
 const size_t kSeekTargets = 6;
+bool gEverySeek = false;
 template <typename Seek>
 void seekSome(size_t turn, uint32_t modes, Seek seek) {
+    const size_t step = gEverySeek ? 1 : kSeekTargets / 2;
     for (uint32_t mode = 0; mode < modes; ++mode)
-        for (size_t half = 0; half < kSeekTargets; half += kSeekTargets / 2)
-            seek(mode, (turn + mode + half) % kSeekTargets);
+        for (size_t k = 0; k < kSeekTargets; k += step) seek(mode, (turn + mode + k) % kSeekTargets);
 }
 
 // ---------------------------------------------------------------------------
@@ -529,6 +530,8 @@ Entry entryByName(const char *name) {
     if (strcmp(name, "fuzz_ebml") == 0) return fuzzEbml;
     return nullptr;
 }
+
+void seekEverywhere(bool on) { gEverySeek = on; }
 
 void silenceLogs() {
     __android_log_set_logger(discard);
