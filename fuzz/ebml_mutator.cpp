@@ -174,11 +174,10 @@ public:
 
     // An element from the other input, under a master of the kind it came
     // from when there is one.
-    bool splice(std::vector<EbmlElement> *tree, const std::vector<EbmlElement> &donor) {
+    bool splice(std::vector<EbmlElement> *tree, std::vector<EbmlElement> *donor) {
         std::vector<Slot> slots, theirs;
         collect(tree, nullptr, &slots);
-        std::vector<EbmlElement> copy = donor;
-        collect(&copy, nullptr, &theirs);
+        collect(donor, nullptr, &theirs);
         if (theirs.empty()) return false;
         const Slot &from = theirs[below(theirs.size())];
         std::vector<EbmlElement> *into = tree;
@@ -340,9 +339,9 @@ size_t mutateEbml(uint8_t *data, size_t size, size_t maxSize, unsigned seed, Byt
 size_t crossOverEbml(const uint8_t *data1, size_t size1, const uint8_t *data2, size_t size2, uint8_t *out,
                      size_t maxOutSize, unsigned seed) {
     Mutator m(seed, nullptr);
-    std::vector<EbmlElement> tree = parseEbml(data1, size1);
+    std::vector<EbmlElement> tree = parseEbml(data1, size1), donor = parseEbml(data2, size2);
     size_t size = 0;
-    if (m.splice(&tree, parseEbml(data2, size2)) && store(serializeEbml(tree), out, 0, maxOutSize, &size)) return size;
+    if (m.splice(&tree, &donor) && store(serializeEbml(tree), out, 0, maxOutSize, &size)) return size;
     return 0;
 }
 
