@@ -33,7 +33,12 @@ namespace {
 
 // Bounds that keep one input well inside the 5 s timeout.
 const int kMaxFramesPerInput = 4096, kMaxSamplesPerInput = 2048, kFramesAfterSeek = 4;
-const int kMaxWalkDepth = 8, kMaxWalkChildren = 256;
+// What one EBML input is taken through: more children, more steps of the
+// descent or more window positions repeat the same readers over more
+// bytes, which costs time and finds no new path.
+const int kMaxWalkDepth = 8, kMaxWalkChildren = 96, kMaxDescentSteps = 64;
+const size_t kWindowPositions = 32;
+const size_t kMaxWindow = 12;  // longest element header: 4-byte ID, 8-byte size
 const size_t kMaxPluginTracks = 130;
 const uint64_t kSmallChild = 4096;
 const uint32_t kFixedBuffer = 16 * 1024;
@@ -87,6 +92,19 @@ void interleave(std::vector<bool> live, int *budget, Read read) {
             live[i] = read(i);
         }
     }
+}
+
+// Seeks to two of the kSeekTargets targets in each of `modes` modes: two
+// opposite each other, turned by `turn` (a stream's number and an input
+// byte), so that over the inputs every target comes up in every mode with
+// a third of the seeks in each; replays take them all. `seek(mode, target)`.
+const size_t kSeekTargets = 6;
+bool gEverySeek = false;
+template <typename Seek>
+void seekSome(size_t turn, uint32_t modes, Seek seek) {
+    const size_t step = gEverySeek ? 1 : kSeekTargets / 2;
+    for (uint32_t mode = 0; mode < modes; ++mode)
+        for (size_t k = 0; k < kSeekTargets; k += step) seek(mode, (turn + mode + k) % kSeekTargets);
 }
 
 // ---------------------------------------------------------------------------
@@ -286,7 +304,8 @@ int fuzzCore(const uint8_t *data, size_t size) {
     // One index past the end and a negative one check the argument checks.
     for (int32_t i = -1; i <= tracks; ++i) queryTrack(inst, nullptr, i);
 
-    Exact fixed = exact(kFixedBuffer);
+    // Made once: it is the same block of the same size for every input.
+    static const Exact fixed = exact(kFixedBuffer);
     int budget = kMaxFramesPerInput;
     // All streams open at once, read in turn (size query first, or straight
     // into the fixed buffer).
@@ -307,21 +326,24 @@ int fuzzCore(const uint8_t *data, size_t size) {
     const uint64_t d = format.duration > 0 ? (uint64_t)format.duration : 0;
     const uint64_t times[] = {0, d ? d / 3 : 10000000u, d, d ? d + 10000000u : 20000000u,
                               readU64(data, size, size >= 8 ? size - 8 : 0) % (d ? 2 * d + 1 : 600000000u), UINT64_MAX};
+    static_assert(sizeof(times) / sizeof(times[0]) == kSeekTargets, "one time per seek target");
+    size_t turn = size >= 9 ? data[size - 9] : 0;
     for (qmkvds *s : streams) {
+        ++turn;
         if (s == nullptr) continue;
         // Modes 0-3 are the defined ones; 4 must be refused.
-        for (int32_t mode = 0; mode <= 4; ++mode) {
-            for (uint64_t t : times) {
-                int64_t found = 0;
-                if (qmkvds_seek(s, &t, &found, mode) != 0) continue;
-                for (int i = 0; i < kFramesAfterSeek && budget > 0; ++i, --budget)
-                    if ((i & 1 ? readSized(s) : readDirect(s, fixed.get())) != 0) break;
-            }
-        }
-        for (uint64_t t : times) {
+        seekSome(turn, 5, [&](uint32_t mode, size_t k) {
+            uint64_t t = times[k];
+            int64_t found = 0;
+            if (qmkvds_seek(s, &t, &found, (int32_t)mode) != 0) return;
+            for (int i = 0; i < kFramesAfterSeek && budget > 0; ++i, --budget)
+                if ((i & 1 ? readSized(s) : readDirect(s, fixed.get())) != 0) break;
+        });
+        seekSome(turn, 1, [&](uint32_t, size_t k) {
+            uint64_t t = times[k];
             int64_t found = 0;
             if (qmkvds_seek_crawl(s, &t, &found, QMKVDS_SEEK_PREVIOUS) == 0 && budget-- > 0) readDirect(s, fixed.get());
-        }
+        });
     }
     for (qmkvds *s : streams)
         if (s != nullptr) qmkvds_close(s);
@@ -381,17 +403,18 @@ int fuzzPlugin(const uint8_t *data, size_t size) {
     AMediaFormat_getInt64(fileMeta, AMEDIAFORMAT_KEY_DURATION, &durationUs);
     const int64_t picked = (int64_t)(readU64(data, size, size >= 8 ? size - 8 : 0) % 120000000u);
     const int64_t times[] = {0, durationUs / 2, durationUs, durationUs + 1000000, picked, -1};
+    static_assert(sizeof(times) / sizeof(times[0]) == kSeekTargets, "one time per seek target");
+    const size_t turn = size >= 9 ? data[size - 9] : 0;
     for (size_t i = 0; i < tracks.size(); ++i) {
         if (!started[i]) continue;
-        for (uint32_t mode = android::SEEK_PREVIOUS_SYNC; mode <= android::SEEK_CLOSEST; ++mode) {
-            for (int64_t t : times) {
-                Sample s;
-                if (budget-- <= 0 || tracks[i]->read(&s, android::SEEK | mode, t) != AMEDIA_OK) continue;
+        seekSome(turn + i, android::SEEK_CLOSEST - android::SEEK_PREVIOUS_SYNC + 1, [&](uint32_t mode, size_t k) {
+            Sample s;
+            const uint32_t options = android::SEEK | (android::SEEK_PREVIOUS_SYNC + mode);
+            if (budget-- <= 0 || tracks[i]->read(&s, options, times[k]) != AMEDIA_OK) return;
+            touchSample(s);
+            for (int n = 1; n < kFramesAfterSeek && budget > 0 && tracks[i]->read(&s) == AMEDIA_OK; ++n, --budget)
                 touchSample(s);
-                for (int n = 1; n < kFramesAfterSeek && budget > 0 && tracks[i]->read(&s) == AMEDIA_OK; ++n, --budget)
-                    touchSample(s);
-            }
-        }
+        });
     }
 
     for (size_t i = 0; i < tracks.size(); ++i)
@@ -443,10 +466,14 @@ int fuzzConfig(const uint8_t *data, size_t size) {
 int fuzzEbml(const uint8_t *data, size_t size) {
     // The memory reader and the byte converters over windows copied into
     // blocks of their exact length, so an overread reaches a redzone.
+    // One block per window length, made once.
+    static Exact windows[kMaxWindow + 1];
+    if (!windows[0])
+        for (size_t len = 0; len <= kMaxWindow; ++len) windows[len] = exact(len);
     for (int32_t i = 0; i < 256; ++i) gSink = gSink + (uint32_t)qmkvd_get_clz((uint8_t)i);
-    for (size_t at = 0; at < size && at < 64; ++at) {
-        for (size_t len = 0; len <= 12 && at + len <= size; ++len) {
-            Exact window = exact(len);
+    for (size_t at = 0; at < size && at < kWindowPositions; ++at) {
+        for (size_t len = 0; len <= kMaxWindow && at + len <= size; ++len) {
+            const Exact &window = windows[len];
             if (len > 0) memcpy(window.get(), data + at, len);
             uint32_t id = 0;
             uint64_t sz = 0;
@@ -466,7 +493,7 @@ int fuzzEbml(const uint8_t *data, size_t size) {
     // Every file reader at each point of a descent that takes every element
     // for a parent, stepping one byte on a failure.
     int64_t pos = 0;
-    for (int steps = 0; pos < (int64_t)size && steps < 1024; ++steps) {
+    for (int steps = 0; pos < (int64_t)size && steps < kMaxDescentSteps; ++steps) {
         uint32_t id32 = 0, size32 = 0, length = 0;
         uint64_t size64 = 0;
         // Each read starts at pos.
@@ -487,12 +514,12 @@ int fuzzEbml(const uint8_t *data, size_t size) {
         if (pos <= before) broken("an EBML header read did not move forward");
     }
 
-    // The shared child walk with every flag combination the parsers use.
+    // The shared child walk with one of the flag combinations the parsers
+    // use, picked by the last byte.
     qmkvd_io io = {&in.mfal, fp};
-    for (uint32_t flags = 0; flags < 8; ++flags) {
-        WalkState w = {fileSize, 0, 0, flags};
-        qmkvd_walk(&io, 0, (uint64_t)size, flags, walkChild, &w);
-    }
+    const uint32_t flags = size > 0 ? data[size - 1] & 7u : 0;
+    WalkState w = {fileSize, 0, 0, flags};
+    qmkvd_walk(&io, 0, (uint64_t)size, flags, walkChild, &w);
     return 0;
 }
 
@@ -503,6 +530,8 @@ Entry entryByName(const char *name) {
     if (strcmp(name, "fuzz_ebml") == 0) return fuzzEbml;
     return nullptr;
 }
+
+void seekEverywhere(bool on) { gEverySeek = on; }
 
 void silenceLogs() {
     __android_log_set_logger(discard);

@@ -24,6 +24,11 @@ int fuzzEbml(const uint8_t *data, size_t size);
 // The entry of a target by its binary's name ("fuzz_core", ...), or null.
 Entry entryByName(const char *name);
 
+// Fuzzing seeks each stream to two of six targets per mode, turned by an
+// input byte; a replay of given inputs takes every target in every mode,
+// so that a reproducer reaches whatever it once reached.
+void seekEverywhere(bool on);
+
 // Routes the Android log to nowhere while still formatting every message,
 // so that fuzzing is not slowed by output but bad format arguments still
 // get read.

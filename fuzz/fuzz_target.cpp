@@ -1,19 +1,32 @@
 // The libFuzzer binary of one target; QMKV_FUZZ_TARGET names its body.
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include "fuzz/fuzz_entries.h"
 
 namespace {
 qmkv_fuzz::Entry gEntry;
+
+// Files named on the command line (not corpus folders) are replayed, one
+// by one: reproducers and regression inputs.
+bool replaysFiles(int argc, char **argv) {
+    for (int i = 1; i < argc; ++i) {
+        struct stat st;
+        if (argv[i][0] != '-' && stat(argv[i], &st) == 0 && S_ISREG(st.st_mode)) return true;
+    }
+    return false;
 }
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
     gEntry = qmkv_fuzz::entryByName(QMKV_FUZZ_TARGET);
     if (gEntry == nullptr) {
         fprintf(stderr, "no fuzz entry %s\n", QMKV_FUZZ_TARGET);
         abort();
     }
+    qmkv_fuzz::seekEverywhere(replaysFiles(*argc, *argv));
     qmkv_fuzz::silenceLogs();
     return 0;
 }

@@ -55,6 +55,7 @@ TEST_P(FuzzRegression, RunsClean) {
     const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     // The inputs are broken on purpose; what they log is of no interest.
     qmkv_test::LogCapture quiet;
+    qmkv_fuzz::seekEverywhere(true);
     // Exact size, as libFuzzer hands it over, so that an overread shows.
     std::unique_ptr<uint8_t[]> data(new uint8_t[bytes.size()]);
     std::copy(bytes.begin(), bytes.end(), data.get());
