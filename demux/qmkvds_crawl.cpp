@@ -31,6 +31,8 @@ const uint8_t kStartCode[4] = {0, 0, 0, 1};
 // What the list needs of a Cluster: its ID and size, its Timecode and its
 // first block's header, which come within this many bytes.
 const uint32_t kClusterHeadRead = 128;
+// Longest element header: a 4-byte ID and an 8-byte size.
+const int64_t kMaxHeader = 12;
 
 // The stream and the view its crawl reads through.
 struct crawl {
@@ -186,8 +188,13 @@ int32_t is_key_frame(crawl *c, qcmn_media_type type, uint32_t frame_size, bool l
     return 0;
 }
 
-// Parses the head of the Cluster at the cursor through the view.
-int32_t cluster_head(crawl *c) { return parse_cluster(c->mfal, c->fp, &c->s->cluster); }
+// Parses the head of the Cluster at the cursor through the view. A Cluster
+// without blocks leaves next_block_pos at -1, not on a block of another
+// Cluster.
+int32_t cluster_head(crawl *c) {
+    c->s->cluster.next_block_pos = -1;
+    return parse_cluster(c->mfal, c->fp, &c->s->cluster);
+}
 
 }  // namespace
 
@@ -210,7 +217,6 @@ int32_t qmkvds_make_cluster_list(qmkvds *s) {
         if (node == nullptr) return QMKVD_ERR_NOT_OPEN;
         node->position = s->cluster.parse_start;
         node->size = (uint32_t)s->cluster.parse_size;
-        s->cluster.next_block_pos = -1;
         if (cluster_head(&c) != 0) {
             free(node);
             return QMKVD_ERR_IMPOSSIBLE;
@@ -271,10 +277,11 @@ int32_t qmkvds_seek_crawl(qmkvds *s, const uint64_t *time, int64_t *result_time,
     for (;;) {
         const int64_t element_pos = s->cluster.next_block_pos;
         qmkvd_block_info block = {};
-        if (parse_cluster_blockgroup(c.mfal, c.fp, &block, &s->cluster, 1) != 0) {
-            // Where the blocks ran out (the end of a Cluster of unknown size),
-            // or the Cluster's end.
-            const int64_t end = size_unknown(&c) ? element_pos
+        if (element_pos < 0 || parse_cluster_blockgroup(c.mfal, c.fp, &block, &s->cluster, 1) != 0) {
+            // Where the blocks ran out (the end of a Cluster of unknown size;
+            // its data start when it held none), or the Cluster's end.
+            const int64_t blocks_end = element_pos > s->cluster.parse_start ? element_pos : s->cluster.parse_start;
+            const int64_t end = size_unknown(&c) ? blocks_end
                                                  : qmkvd_end_of(s->cluster.parse_start, s->cluster.parse_size);
             // The last Cluster ends the file: the end of the stream, not a failure.
             if (s->demux->file_size > 0 && end >= s->demux->file_size) return QMKVD_END_OF_STREAM;
@@ -284,12 +291,15 @@ int32_t qmkvds_seek_crawl(qmkvds *s, const uint64_t *time, int64_t *result_time,
                 setpos(&c, end);
                 uint32_t id;
                 uint64_t size;
-                if (qmkvd_ebml_get_id_len64(c.mfal, c.fp, &id, &size) != 0) return QMKVD_ERR_READ;
+                if (qmkvd_ebml_get_id_len64(c.mfal, c.fp, &id, &size) != 0)
+                    return s->demux->file_size - end < kMaxHeader ? QMKVD_END_OF_STREAM : QMKVD_ERR_READ;
                 if (id != QMKVD_ID_CLUSTER) return QMKVD_END_OF_STREAM;
                 s->cluster.parse_start = getpos(&c);
                 s->cluster.parse_size = size;
             }
-            if (cluster_head(&c) != 0) return QMKVD_ERR_IMPOSSIBLE;
+            // A head the end of the file cuts (a recording that stopped as
+            // it began a Cluster) ends the stream; a damaged one fails.
+            if (cluster_head(&c) != 0) return size_unknown(&c) ? QMKVD_END_OF_STREAM : QMKVD_ERR_IMPOSSIBLE;
             continue;
         }
         if (block.data_size == 0 || qmkvd_block_cut(s->demux, &block)) continue;
