@@ -1,6 +1,8 @@
 // Codec configuration and parameter records of crafted tracks.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "demux/qmkvd_codec.h"
 #include "demux/qmkvd_stream_info.h"
 #include "demux/qmkvds.h"
@@ -32,6 +34,8 @@ Config configOf(qmkvd *inst, int index = 0, int32_t extra = 0) {
     Bytes buf((size_t)(size + extra + 16), 0xEE);
     int32_t n = size + extra;
     c.result = qmkvd_get_format(inst, index, buf.data(), &n);
+    EXPECT_TRUE(std::all_of(buf.begin() + size + extra, buf.end(), [](uint8_t b) { return b == 0xEE; }))
+        << "nothing is written past the room given";
     c.size = n;
     c.bytes.assign(buf.begin(), buf.begin() + (n > 0 ? n : 0));
     return c;
@@ -81,6 +85,7 @@ TEST(Format, AcmExtraBytes) {
     Config got = configOf(mp3->inst);
     ASSERT_EQ(22, got.size);
     EXPECT_EQ(18, got.bytes[0]);
+    EXPECT_EQ(-1, configOf(mp3->inst, 0, -1).result) << "one byte short";
     EXPECT_EQ(0x55u, mp3->format.track_codec_types[0]);
 }
 
