@@ -31,8 +31,6 @@ const int64_t kSubtitleGapLimit = 5000000;
 // How far the search for the next Cluster looks past a damaged one.
 const int64_t kClusterScanLimit = 20 * 1024 * 1024;
 const int32_t kClusterScanAttempts = 9999998;
-// Longest element header: a 4-byte ID and an 8-byte size.
-const uint32_t kMaxHeader = 12;
 
 // An element header at `pos` from the window: its ID, size and data
 // position. On failure *data is where a byte-by-byte reader would have
@@ -42,7 +40,7 @@ bool header_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, 
                int64_t *data) {
     *data = pos;
     uint32_t avail = 0;
-    const uint8_t *p = qmkvd_window_at(w, mfal, fp, pos, kMaxHeader, &avail);
+    const uint8_t *p = qmkvd_window_at(w, mfal, fp, pos, QMKVD_MAX_HEADER, &avail);
     if (p == nullptr) return false;
     const int32_t n = qmkvd_ebml_header_in(p, avail, id, size);
     if (n >= 0) {

@@ -11,6 +11,9 @@
 
 QCMN_API int32_t qmkvd_get_clz(uint8_t byte);
 
+// Longest element header: a 4-byte ID and an 8-byte size.
+#define QMKVD_MAX_HEADER 12
+
 // File readers: 0 on success, -1 on failure (read failure or malformed).
 QCMN_API int32_t qmkvd_ebml_get_id_len64(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint32_t *id, uint64_t *size);
 QCMN_API int32_t qmkvd_ebml_get_len64(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, uint64_t *size);

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "demux/qmkvd_ebml.h"
 #include "demux/qmkvd_window.h"
 
 namespace {
@@ -16,7 +17,6 @@ const uint32_t kFirstRun = 256;
 // A read at a new place shorter than an element header is a parser's first
 // byte of an element it is about to decode (an element a SeekHead points
 // at): its body is read with it.
-const uint32_t kMaxHeader = 12;
 const uint32_t kElementAhead = 512;
 // Reads this large (a parser refilling a buffer of its own, as the Cues'
 // decoder does) go straight to the caller's buffer: through the window
@@ -40,7 +40,7 @@ uint32_t fill_size(qmkvd_window *w, int64_t file_size, int64_t pos, uint32_t wan
         w->next_fill = w->next_fill < w->cap / 2 ? w->next_fill * 2 : w->cap;
     } else {
         w->next_fill = kFirstRun;
-        if (want < kMaxHeader) {
+        if (want < QMKVD_MAX_HEADER) {
             const bool near_end = file_size > pos && file_size - pos <= (int64_t)w->cap;
             size = near_end ? (uint32_t)(file_size - pos) : kElementAhead;
         }

@@ -17,8 +17,6 @@
 namespace {
 
 const char kTag[] = "qmkvd";
-// Longest element header: a 4-byte ID and an 8-byte size.
-const int64_t kMaxHeader = 12;
 // Element headers the search looks at, at most: the last Cluster of a real
 // file has a few thousand blocks.
 const int32_t kMaxSteps = 1 << 20;
@@ -195,7 +193,7 @@ bool ends_well(const tail *t, int64_t data, uint64_t size) {
     int64_t next_data;
     const int64_t next = data + (int64_t)size;
     // A header the end of the file cuts tells nothing.
-    if (!header_at(t, next, &id, &next_size, &next_data)) return t->end - next < kMaxHeader;
+    if (!header_at(t, next, &id, &next_size, &next_data)) return t->end - next < QMKVD_MAX_HEADER;
     // Every element a Segment holds has a 4-byte ID; Void and CRC-32 may
     // stand anywhere.
     return id >= 0x10000000u || id == ID_VOID || id == ID_CRC32;

@@ -13,15 +13,13 @@ int64_t qmkvd_end_of(int64_t pos, uint64_t size) {
 
 namespace {
 
-// Longest element header: a 4-byte ID and an 8-byte size.
-const int32_t kMaxHeader = 12;
 
 // The child header at `pos`, in one read of the file; the file is left on
 // the child's data.
 int32_t read_header(const qmkvd_io *io, int64_t pos, qmkvd_child *child) {
-    uint8_t bytes[kMaxHeader];
+    uint8_t bytes[QMKVD_MAX_HEADER];
     if (io->mfal->setpos(io->fp, &pos) != 0) return -1;
-    const int32_t got = io->mfal->read(io->fp, bytes, kMaxHeader);
+    const int32_t got = io->mfal->read(io->fp, bytes, QMKVD_MAX_HEADER);
     const int32_t n = got > 0 ? qmkvd_ebml_header_in(bytes, (uint64_t)got, &child->id, &child->size) : -1;
     if (n < 0) return -1;
     child->pos = pos + n;

@@ -31,8 +31,6 @@ const uint8_t kStartCode[4] = {0, 0, 0, 1};
 // What the list needs of a Cluster: its ID and size, its Timecode and its
 // first block's header, which come within this many bytes.
 const uint32_t kClusterHeadRead = 128;
-// Longest element header: a 4-byte ID and an 8-byte size.
-const int64_t kMaxHeader = 12;
 
 // The stream and the view its crawl reads through.
 struct crawl {
@@ -292,7 +290,7 @@ int32_t qmkvds_seek_crawl(qmkvds *s, const uint64_t *time, int64_t *result_time,
                 uint32_t id;
                 uint64_t size;
                 if (qmkvd_ebml_get_id_len64(c.mfal, c.fp, &id, &size) != 0)
-                    return s->demux->file_size - end < kMaxHeader ? QMKVD_END_OF_STREAM : QMKVD_ERR_READ;
+                    return s->demux->file_size - end < QMKVD_MAX_HEADER ? QMKVD_END_OF_STREAM : QMKVD_ERR_READ;
                 if (id != QMKVD_ID_CLUSTER) return QMKVD_END_OF_STREAM;
                 s->cluster.parse_start = getpos(&c);
                 s->cluster.parse_size = size;

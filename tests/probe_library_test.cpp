@@ -27,8 +27,6 @@ const char kSmallDevice[] = R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendo
 const char kBigDevice[] = R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.decoder"><Limit name="size" max="4096x2304"/>
     <Type name="video/avc"/><Type name="video/hevc"/></MediaCodec></Decoders></MediaCodecs>)";
 
-void writeBytes(const std::string &path, const Bytes &b) { writeText(path, std::string(b.begin(), b.end())); }
-
 // An MP3 track that plays and an AAC track encrypted (no muxer here writes
 // ContentEncryption); `withCrypt` false leaves the second entry out.
 Bytes mp3AndEncrypted(bool withCrypt) {

@@ -3,8 +3,6 @@
 // elements standing between the EBML header and the Segment.
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include <qmkvhost/ExtractorHost.h>
 
 #include "demux/qmkvd_tail.h"
@@ -27,10 +25,6 @@ const char *const kLiveFiles[] = {"live_gst_h264_aac.mkv", "live_gst_vp8_opus.mk
                                   "live_pipe_vp9_opus.mkv"};
 
 std::string withCues(const std::string &live) { return live.substr(0, live.size() - 4) + "_cues.mkv"; }
-
-void writeFile(const std::string &path, const Bytes &bytes) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()), (long)bytes.size());
-}
 
 // What libavformat reads of a file: its packets per stream (no attachments).
 struct AvRead {
@@ -103,7 +97,7 @@ TEST(Recording, TheDurationIsTheEndOfTheLastFrameOnBothPaths) {
             SCOPED_TRACE(std::string(name) + " kept " + std::to_string(percent) + "%");
             const Bytes bytes(whole.begin(), whole.begin() + (long)(whole.size() * percent / 100));
             const std::string path = dir.path + "/cut.mkv";
-            writeFile(path, bytes);
+            writeBytes(path, bytes);
             const AvRead av = avRead(path);
             ASSERT_GT(av.frameUs, 0);
             CoreFile core(bytes);
@@ -407,7 +401,7 @@ TEST_P(CutOff, DeliversAPrefixOfTheWholeFileAndAtLeastWhatLibavformatDoes) {
             if (full.inst->duration_from_frames == 0) {
                 EXPECT_EQ(full.format.duration, core.format.duration) << "an Info's Duration stands";
             }
-            writeFile(cutPath, bytes);
+            writeBytes(cutPath, bytes);
             const AvRead av = avRead(cutPath);
             PluginRun plugin(bytes);
             ASSERT_EQ(claimed ? (size_t)core.format.track_count : 0u, plugin.tracks());

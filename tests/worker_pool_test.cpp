@@ -50,13 +50,4 @@ TEST(WorkerPool, EveryItemEndsOnceWithItsAnswerOrWhyNot) {
     for (size_t i : {2, 4, 5}) EXPECT_EQ("", ends[i].first);
 }
 
-TEST(WorkerPool, NoItemsNoWorkers) {
-    size_t calls = 0;
-    WorkerPool pool;
-    pool.work = [](size_t) { return std::string("x"); };
-    pool.done = [&](size_t, const std::string &, const std::string &) { calls++; };
-    qmkvprobe::runWorkers(pool, 0);
-    EXPECT_EQ(0u, calls);
-}
-
 }  // namespace

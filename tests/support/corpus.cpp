@@ -58,6 +58,10 @@ std::vector<uint8_t> readBytes(const std::string &path) {
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+void writeBytes(const std::string &path, const std::vector<uint8_t> &bytes) {
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()), (long)bytes.size());
+}
+
 std::string testName(const ::testing::TestParamInfo<std::string> &info) {
     std::string n = info.param;
     for (char &c : n)

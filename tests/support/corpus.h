@@ -31,6 +31,8 @@ std::vector<CorpusEntry> corpusFiles();
 
 // The whole file at `path` (empty when it cannot be read).
 std::vector<uint8_t> readBytes(const std::string &path);
+// Writes `bytes` as the whole file at `path`.
+void writeBytes(const std::string &path, const std::vector<uint8_t> &bytes);
 
 // A parameterised test's name for a file name: "h264_aac.mkv" -> "h264_aac_mkv".
 std::string testName(const ::testing::TestParamInfo<std::string> &info);
