@@ -185,6 +185,13 @@ int64_t search_start(const qmkvds *s) {
 int32_t find_next_cluster(qmkvds *s) {
     QCMN_MFAL *mfal = s->mfal;
     QCMN_MFAL_FP *fp = s->file;
+    if (s->fruitless_valid && memcmp(&s->cluster, &s->fruitless_from, sizeof(s->cluster)) == 0) {
+        s->cluster = s->fruitless_to;
+        int64_t end = s->fruitless_end;
+        mfal->setpos(fp, &end);
+        return 1;
+    }
+    const qmkvd_cluster from = s->cluster;
     int64_t pos = search_start(s);
     const int64_t limit = qmkvd_end_of(pos, kClusterScanLimit);
     for (int32_t attempt = 0;; ++attempt) {
@@ -209,6 +216,10 @@ int32_t find_next_cluster(qmkvds *s) {
         // is not a Cluster, so it also crosses damage.
         if (pos <= before || attempt > kClusterScanAttempts || pos >= limit) {
             mfal->setpos(fp, &pos);
+            s->fruitless_valid = s->demux->file_size > 0;
+            s->fruitless_from = from;
+            s->fruitless_to = s->cluster;
+            s->fruitless_end = pos;
             return 1;
         }
     }

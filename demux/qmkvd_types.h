@@ -402,6 +402,13 @@ typedef struct qmkvds {
     uint32_t cues_loaded;
     uint32_t use_instance_cues;  // the track has no cues of its own
     qmkvd_window window;  // read-ahead of the frame path, allocated on open
+    // The last search for a next Cluster that found none: asked again from
+    // the same state (a player seeking near the end and reading on), it
+    // ends the same way without walking the tail again.
+    uint8_t fruitless_valid;
+    qmkvd_cluster fruitless_from;
+    qmkvd_cluster fruitless_to;
+    int64_t fruitless_end;
 } qmkvds;
 
 // One open file.
