@@ -6,6 +6,24 @@
 
 #include <utils/Log.h>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QMKVHOST_ASAN 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(QMKVHOST_ASAN)
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(addr, size) ((void)(addr), (void)(size))
+#define ASAN_UNPOISON_MEMORY_REGION(addr, size) ((void)(addr), (void)(size))
+#endif
+#if __has_include(<valgrind/memcheck.h>)
+#include <valgrind/memcheck.h>
+#else
+#define VALGRIND_MAKE_MEM_NOACCESS(addr, size) ((void)(addr), (void)(size))
+#define VALGRIND_MAKE_MEM_UNDEFINED(addr, size) ((void)(addr), (void)(size))
+#endif
+
 #undef LOG_TAG
 #define LOG_TAG "MediaBufferGroup"
 
@@ -37,6 +55,56 @@ AMediaFormat *recordMetaData(void *h) { return buf(h)->meta_data(); }
 
 MediaBufferGroup *group(void *handle) { return static_cast<MediaBufferGroup *>(handle); }
 
+// Buffer memory of the sizes a plug-in asks for at every track start (its
+// maximum input sizes, 1.5 MiB and up) is kept for the next buffer of the
+// same size, as the C library's allocator does on its own: fresh pages of
+// that size cost more than demuxing a small file. A kept block is marked
+// unaddressable for the memory checkers, and a reused one unwritten, so a
+// stale pointer or a read of bytes never written is still reported.
+class BlockCache {
+public:
+    uint8_t *take(size_t size) {
+        std::lock_guard<std::mutex> lock(mLock);
+        for (size_t i = 0; i < mBlocks.size(); ++i) {
+            if (mBlocks[i].size != size) continue;
+            uint8_t *block = mBlocks[i].bytes;
+            mBlocks.erase(mBlocks.begin() + (ptrdiff_t)i);
+            markUnwritten(block, size);
+            return block;
+        }
+        return nullptr;
+    }
+    bool keep(uint8_t *block, size_t size) {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (mBlocks.size() >= kMaxBlocks) return false;
+        mBlocks.push_back({block, size});
+        markUnaddressable(block, size);
+        return true;
+    }
+
+private:
+    static const size_t kMaxBlocks = 8;
+    struct Kept {
+        uint8_t *bytes;
+        size_t size;
+    };
+    static void markUnaddressable(uint8_t *block, size_t size) {
+        ASAN_POISON_MEMORY_REGION(block, size);
+        VALGRIND_MAKE_MEM_NOACCESS(block, size);
+    }
+    static void markUnwritten(uint8_t *block, size_t size) {
+        ASAN_UNPOISON_MEMORY_REGION(block, size);
+        VALGRIND_MAKE_MEM_UNDEFINED(block, size);
+    }
+    std::mutex mLock;
+    std::vector<Kept> mBlocks;
+};
+
+BlockCache &blockCache() {
+    static BlockCache *cache = new BlockCache;  // outlives buffers freed at exit
+    return *cache;
+}
+
 bool groupInit(void *h, size_t buffers, size_t bufferSize, size_t growthLimit) {
     return group(h)->init(buffers, bufferSize, growthLimit);
 }
@@ -51,8 +119,17 @@ bool groupHasBuffers(void *h) { return group(h)->has_buffers(); }
 
 }  // namespace
 
+MediaBuffer::Block MediaBuffer::newBlock(size_t size) {
+    uint8_t *block = blockCache().take(size);
+    return Block(block != nullptr ? block : new uint8_t[size], BlockReturn{size});
+}
+
+void MediaBuffer::BlockReturn::operator()(uint8_t *block) const {
+    if (!blockCache().keep(block, size)) delete[] block;
+}
+
 MediaBuffer::MediaBuffer(std::shared_ptr<Pool> pool, size_t size)
-    : mPool(std::move(pool)), mData(new uint8_t[size]), mSize(size), mRangeLength(size), mMeta(AMediaFormat_new()) {
+    : mPool(std::move(pool)), mData(newBlock(size)), mSize(size), mRangeLength(size), mMeta(AMediaFormat_new()) {
     mRecord.handle = this;
     mRecord.release = recordRelease;
     mRecord.data = recordData;
@@ -154,7 +231,7 @@ media_status_t MediaBufferGroup::acquire_buffer(MediaBuffer **out, bool nonBlock
         }
         if (chosen == nullptr && tooSmall != nullptr) {
             // A new block: what the old one held is not kept.
-            tooSmall->mData.reset(new uint8_t[requestedSize]);
+            tooSmall->mData = MediaBuffer::newBlock(requestedSize);
             tooSmall->mSize = requestedSize;
             chosen = tooSmall;
         }

@@ -56,10 +56,18 @@ private:
     MediaBuffer(std::shared_ptr<Pool> pool, size_t size);
     ~MediaBuffer();
 
+    // Gives a buffer's memory back for the next buffer of its size.
+    struct BlockReturn {
+        size_t size;
+        void operator()(uint8_t *block) const;
+    };
+    using Block = std::unique_ptr<uint8_t[], BlockReturn>;
+    static Block newBlock(size_t size);
+
     std::shared_ptr<Pool> mPool;
     // Not zero-filled, as on a device: a track source writes before it sets
     // the range, and memory checkers see any read of bytes never written.
-    std::unique_ptr<uint8_t[]> mData;
+    Block mData;
     size_t mSize;
     size_t mRangeOffset = 0;
     size_t mRangeLength = 0;
