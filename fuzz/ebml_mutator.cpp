@@ -42,19 +42,20 @@ int vintLength(uint8_t first, int most) {
     return 0;
 }
 
-uint64_t sizeValue(const std::vector<uint8_t> &field) {
+uint64_t sizeValue(const SizeField &field) {
     uint64_t v = field[0] & (0xFF >> field.size());
     for (size_t i = 1; i < field.size(); ++i) v = (v << 8) | field[i];
     return v;
 }
 
-bool unknownSize(const std::vector<uint8_t> &field) { return sizeValue(field) == (1ull << (7 * field.size())) - 1; }
+bool unknownSize(const SizeField &field) { return sizeValue(field) == (1ull << (7 * field.size())) - 1; }
 
 // `value` in a size field of `length` bytes (the caller checks it fits).
-std::vector<uint8_t> sizeField(uint64_t value, size_t length) {
-    std::vector<uint8_t> f(length);
-    for (size_t i = length; i-- > 0; value >>= 8) f[i] = (uint8_t)value;
-    f[0] |= (uint8_t)(0x80 >> (length - 1));
+SizeField sizeField(uint64_t value, size_t length) {
+    SizeField f;
+    f.length = (uint8_t)length;
+    for (size_t i = length; i-- > 0; value >>= 8) f.bytes[i] = (uint8_t)value;
+    f.bytes[0] |= (uint8_t)(0x80 >> (length - 1));
     return f;
 }
 
@@ -75,7 +76,8 @@ struct Parser {
             for (int i = 0; i < idLength; ++i) e.id = (e.id << 8) | base[pos + (size_t)i];
             if (stopAtTopLevel && among(e.id, kTopLevel)) break;
             e.idLength = (uint8_t)idLength;
-            e.sizeField.assign(base + sizeAt, base + sizeAt + sizeLength);
+            e.sizeField.length = (uint8_t)sizeLength;
+            memcpy(e.sizeField.bytes, base + sizeAt, (size_t)sizeLength);
             const size_t dataAt = sizeAt + (size_t)sizeLength;
             const bool unknown = unknownSize(e.sizeField);
             const uint64_t declared = sizeValue(e.sizeField);
@@ -123,7 +125,7 @@ void write(const EbmlElement &e, std::vector<uint8_t> *out) {
     const uint64_t size = out->size() - dataAt;
     size_t length = e.sizeField.size();
     while (length < 8 && size >= (1ull << (7 * length)) - 1) ++length;
-    const std::vector<uint8_t> field = sizeField(size, length);
+    const SizeField field = sizeField(size, length);
     out->erase(out->begin() + (ptrdiff_t)headerAt, out->begin() + (ptrdiff_t)dataAt);
     out->insert(out->begin() + (ptrdiff_t)headerAt, field.begin(), field.end());
 }
