@@ -125,7 +125,7 @@ private:
 
     pthread_mutex_t mLock;
     AMediaFormat *mFormat;  // the track's format, copied
-    DataSourceHelper *mDataSource;
+    [[maybe_unused]] DataSourceHelper *mDataSource;  // the source the track was made on; reads go through mDSF
     sp<QMKVDSF> mDSF;
     MediaBufferHelper *mBuffer;
     int32_t mTypeOrdinal;
