@@ -1,5 +1,6 @@
 #include "demux/qmkvd_cluster.h"
 
+#include <pthread.h>
 #include <string.h>
 
 #include "demux/qmkvd_ebml.h"
@@ -180,17 +181,37 @@ int64_t search_start(const qmkvds *s) {
     return c->next_block_pos > c->parse_start ? c->next_block_pos : c->parse_start;
 }
 
+// Ends the search as an earlier one from the same state ended; false
+// when there was none. A file of unknown size may grow: not remembered.
+bool known_fruitless(qmkvds *s) {
+    qmkvd *file = s->demux;
+    pthread_mutex_lock(&file->window_lock);
+    const qmkvd_fruitless_search *f = &file->fruitless;
+    const bool known = f->valid && memcmp(&s->cluster, &f->from, sizeof(s->cluster)) == 0;
+    int64_t end = f->end;
+    if (known) s->cluster = f->to;
+    pthread_mutex_unlock(&file->window_lock);
+    if (known) s->mfal->setpos(s->file, &end);
+    return known;
+}
+
+void remember_fruitless(qmkvds *s, const qmkvd_cluster *from, int64_t end) {
+    qmkvd *file = s->demux;
+    if (file->file_size <= 0) return;
+    pthread_mutex_lock(&file->window_lock);
+    file->fruitless.valid = 1;
+    file->fruitless.from = *from;
+    file->fruitless.to = s->cluster;
+    file->fruitless.end = end;
+    pthread_mutex_unlock(&file->window_lock);
+}
+
 // Scans forward for the next Cluster whose first block can be found. 0, or
 // 1 when there is none within reach.
 int32_t find_next_cluster(qmkvds *s) {
     QCMN_MFAL *mfal = s->mfal;
     QCMN_MFAL_FP *fp = s->file;
-    if (s->fruitless_valid && memcmp(&s->cluster, &s->fruitless_from, sizeof(s->cluster)) == 0) {
-        s->cluster = s->fruitless_to;
-        int64_t end = s->fruitless_end;
-        mfal->setpos(fp, &end);
-        return 1;
-    }
+    if (known_fruitless(s)) return 1;
     const qmkvd_cluster from = s->cluster;
     int64_t pos = search_start(s);
     const int64_t limit = qmkvd_end_of(pos, kClusterScanLimit);
@@ -216,10 +237,7 @@ int32_t find_next_cluster(qmkvds *s) {
         // is not a Cluster, so it also crosses damage.
         if (pos <= before || attempt > kClusterScanAttempts || pos >= limit) {
             mfal->setpos(fp, &pos);
-            s->fruitless_valid = s->demux->file_size > 0;
-            s->fruitless_from = from;
-            s->fruitless_to = s->cluster;
-            s->fruitless_end = pos;
+            remember_fruitless(s, &from, pos);
             return 1;
         }
     }

@@ -402,14 +402,16 @@ typedef struct qmkvds {
     uint32_t cues_loaded;
     uint32_t use_instance_cues;  // the track has no cues of its own
     qmkvd_window window;  // read-ahead of the frame path, allocated on open
-    // The last search for a next Cluster that found none: asked again from
-    // the same state (a player seeking near the end and reading on), it
-    // ends the same way without walking the tail again.
-    uint8_t fruitless_valid;
-    qmkvd_cluster fruitless_from;
-    qmkvd_cluster fruitless_to;
-    int64_t fruitless_end;
 } qmkvds;
+
+// A search for the next Cluster that found none: from the same Cluster
+// state it ends the same way for every stream of the file.
+typedef struct qmkvd_fruitless_search {
+    uint8_t valid;
+    qmkvd_cluster from;
+    qmkvd_cluster to;
+    int64_t end;  // where the search stopped
+} qmkvd_fruitless_search;
 
 // One open file.
 typedef struct qmkvd {
@@ -484,6 +486,10 @@ typedef struct qmkvd {
     // window_lock): a stream that runs ahead of another fills its window at
     // the same short gaps between large frames that the other reaches later.
     qmkvd_window recent[QMKVD_RECENT_READS];
+    // The last fruitless search for a next Cluster (under window_lock): each
+    // stream that reads to the end, and each seek near the end read on,
+    // would walk the same tail again.
+    qmkvd_fruitless_search fruitless;
     uint8_t recent_bytes[QMKVD_RECENT_READS][QMKVD_RECENT_READ_SIZE];
     uint32_t recent_next;
     // TrackEntries dropped at open, for tools that explain a missing track;

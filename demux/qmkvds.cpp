@@ -109,7 +109,6 @@ qmkvds *qmkvds_open(qmkvd *demux, int32_t index, int32_t *err) {
     }
     qmkvd_window_join(&s->window, demux, window, kWindowSize);
     memset(&s->cluster, 0, sizeof(s->cluster));
-    s->fruitless_valid = 0;
     s->cluster.parse_start = s->cluster.cluster_pos = demux->first_cluster_pos;
     s->cluster.parse_size = s->cluster.cluster_size = demux->first_cluster_size;
     if (first_cluster_head(s) != 0) {
