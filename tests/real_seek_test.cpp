@@ -8,6 +8,7 @@
 #include "tests/support/av_oracle.h"
 #include "tests/support/corpus.h"
 #include "tests/support/file_core.h"
+#include "tests/support/mkv_builder.h"
 
 using namespace qmkv_test;
 
@@ -55,7 +56,7 @@ class RealSeek : public ::testing::TestWithParam<std::string> {};
 TEST_P(RealSeek, LandsOnKeyFramesAndReadsOnToTheEnd) {
     QMKV_REQUIRE_CORPUS();
     const std::string path = corpusFile(GetParam());
-    FileCore core(path);
+    CoreFile core(readBytes(path));
     AvFile av = avOpen(path);
     ASSERT_NE(nullptr, core.inst);
     ASSERT_TRUE(av.ok);

@@ -3,19 +3,15 @@
 // elements standing between the EBML header and the Segment.
 #include <gtest/gtest.h>
 
-#include <qmkvhost/ExtractorHost.h>
-
 #include "demux/qmkvd_tail.h"
 #include "demux/qmkvds.h"
 #include "tests/support/av_oracle.h"
 #include "tests/support/corpus.h"
 #include "tests/support/file_core.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/memory_source.h"
 #include "tests/support/mkv_builder.h"
+#include "tests/support/plugin_run.h"
 #include "tests/support/temp_dir.h"
-
-extern "C" android::ExtractorDef GETEXTRACTORDEF();
 
 using namespace qmkv_test;
 
@@ -49,44 +45,6 @@ AvRead avRead(const std::string &path) {
     return r;
 }
 
-// The plug-in over bytes in memory, as the framework drives it.
-struct PluginRun {
-    std::unique_ptr<qmkvhost::Plugin> plugin;
-    std::unique_ptr<MemorySource> source;
-    std::unique_ptr<qmkvhost::Extractor> ex;
-
-    explicit PluginRun(const Bytes &bytes) {
-        std::string error;
-        plugin = qmkvhost::Plugin::fromEntry(GETEXTRACTORDEF, &error);
-        EXPECT_NE(nullptr, plugin) << error;
-        source = std::make_unique<MemorySource>(bytes);
-        if (plugin != nullptr) ex = plugin->open(source->source());
-    }
-    size_t tracks() { return ex != nullptr ? ex->countTracks() : 0; }
-    int64_t durationUs(size_t track) {
-        AMediaFormat *f = AMediaFormat_new();
-        int64_t us = -1;
-        ex->getTrackMetaData(f, track, 0);
-        AMediaFormat_getInt64(f, AMEDIAFORMAT_KEY_DURATION, &us);
-        AMediaFormat_delete(f);
-        return us;
-    }
-    // Every sample's size and time, after an optional seek.
-    std::vector<std::pair<size_t, int64_t>> read(size_t track, uint32_t seek = 0, int64_t seekUs = 0) {
-        std::vector<std::pair<size_t, int64_t>> out;
-        std::unique_ptr<qmkvhost::Track> t = ex->getTrack(track);
-        if (t == nullptr || t->start() != AMEDIA_OK) return out;
-        qmkvhost::Sample s;
-        for (media_status_t st = t->read(&s, seek, seekUs); st == AMEDIA_OK && out.size() < 100000; st = t->read(&s)) {
-            int64_t us = -1;
-            AMediaFormat_getInt64(s->meta_data(), AMEDIAFORMAT_KEY_TIME_US, &us);
-            out.emplace_back(s->range_length(), us);
-        }
-        t->stop();
-        return out;
-    }
-};
-
 TEST(Recording, TheDurationIsTheEndOfTheLastFrameOnBothPaths) {
     QMKV_REQUIRE_CORPUS();
     TempDir dir;
@@ -106,7 +64,7 @@ TEST(Recording, TheDurationIsTheEndOfTheLastFrameOnBothPaths) {
             EXPECT_NEAR(av.endUs, core.format.duration / 10, av.frameUs);
             PluginRun plugin(bytes);
             ASSERT_EQ((size_t)core.format.track_count, plugin.tracks());
-            for (size_t t = 0; t < plugin.tracks(); ++t) EXPECT_NEAR(av.endUs, plugin.durationUs(t), av.frameUs);
+            for (size_t t = 0; t < plugin.tracks(); ++t) EXPECT_NEAR(av.endUs, i64(plugin.formats[t], AMEDIAFORMAT_KEY_DURATION), av.frameUs);
         }
         // The same streams with a Duration keep it.
         CoreFile remux(readBytes(corpusFile(withCues(name))));

@@ -6,16 +6,6 @@
 
 namespace qmkv_test {
 
-FileCore::FileCore(const std::string &path, uint32_t openParams) : source(path.c_str()), helper(source.wrap()) {
-    qcmn_mfal_init(&mfal, &helper);
-    inst = qmkvd_create(&mfal, &openParams, &format, &error);
-}
-
-FileCore::~FileCore() {
-    qmkvd_delete(inst);
-    qcmn_mfal_deinit(&mfal);
-}
-
 std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last, bool sizeFirst) {
     std::vector<CoreFrame> frames;
     int32_t r = -3;

@@ -1,4 +1,4 @@
-// The core opened over a real file, as the plug-in opens it.
+// Frames as the core delivers them.
 #ifndef QMKV_TEST_FILE_CORE_H_
 #define QMKV_TEST_FILE_CORE_H_
 
@@ -7,27 +7,9 @@
 #include <string>
 #include <vector>
 
-#include <media/MediaExtractorPluginHelper.h>
-#include <qmkvhost/FileSource.h>
-
 #include "demux/qmkvd.h"
-#include "extractor/mfal/qcmn_mfal_android_q.h"
 
 namespace qmkv_test {
-
-struct FileCore {
-    explicit FileCore(const std::string &path, uint32_t openParams = QMKVD_OPEN_NO_DTS);
-    ~FileCore();
-    FileCore(const FileCore &) = delete;
-    FileCore &operator=(const FileCore &) = delete;
-
-    qmkvhost::FileSource source;
-    android::DataSourceHelper helper;
-    QCMN_MFAL mfal;
-    qmkvd_format format;
-    int32_t error = 1;
-    qmkvd *inst = nullptr;
-};
 
 struct CoreFrame {
     int64_t pts = 0, end = 0;  // 100 ns
