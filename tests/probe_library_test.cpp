@@ -30,8 +30,7 @@ const char kBigDevice[] = R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.
 // An MP3 track that plays and an AAC track encrypted (no muxer here writes
 // ContentEncryption); `withCrypt` false leaves the second entry out.
 Bytes mp3AndEncrypted(bool withCrypt) {
-    const Bytes crypt = el(mkv::ContentEncodings,
-                           {el(mkv::ContentEncoding, {el(mkv::ContentEncryption, Bytes{0x47, 0xE1, 0x81, 5})})});
+    const Bytes crypt = encodings({encryption()});
     const Bytes mp3 = trackEntry(1, 2, "A_MPEG/L3", {el(mkv::Audio, {f64_el(mkv::SamplingFrequency, 44100)})});
     const Bytes aac = trackEntry(2, 2, "A_AAC", {str_el(mkv::Name, "Commentary"), str_el(mkv::Language, "fre"), crypt});
     // The Void makes the file longer than the bytes the plug-in sniffs.
