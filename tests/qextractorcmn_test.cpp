@@ -23,11 +23,13 @@
 #include "qextractorcmn/qextractorcmn.h"
 #include "tests/support/av_oracle.h"
 #include "tests/support/corpus.h"
+#include "tests/support/ebml_writer.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
-using Bytes = std::vector<uint8_t>;
 using qmkv_test::AvVideoParams;
+using qmkv_test::Bytes;
+using qmkv_test::cat;
 using qmkv_test::avProbeVideo;
 using qmkv_test::LogCapture;
 using qmkv_test::TempDir;
@@ -83,12 +85,6 @@ Bytes escape(const Bytes &rbsp) {
         out.push_back(b);
         zeros = b == 0 ? zeros + 1 : 0;
     }
-    return out;
-}
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes &p : parts) out.insert(out.end(), p.begin(), p.end());
     return out;
 }
 
