@@ -3,7 +3,6 @@
 // against libavformat and ffmpeg.
 #include <gtest/gtest.h>
 
-#include <stdio.h>
 #include <string.h>
 
 #include <android-base/properties.h>
@@ -20,7 +19,6 @@
 #include "tests/support/plugin_run.h"
 
 using namespace qmkv_test;
-using qmkvhost::Extractor;
 using qmkvhost::Plugin;
 using qmkvhost::Sample;
 using qmkvhost::Track;
@@ -171,11 +169,7 @@ TEST(TrackSource, ChecksEndTheProcess) {
     }
 }
 
-Bytes startCoded(const uint8_t *p, size_t n) {
-    Bytes out = {0, 0, 0, 1};
-    out.insert(out.end(), p, p + n);
-    return out;
-}
+Bytes startCoded(const uint8_t *p, size_t n) { return qmkv_test::startCoded({Bytes(p, p + n)}); }
 
 // The first SPS and the first PPS of an avcC record, in start-code form.
 std::pair<Bytes, Bytes> avcParameterSets(const Bytes &avcc) {
@@ -203,19 +197,6 @@ Bytes hevcParameterSets(const Bytes &hvcc) {
             o += 2 + len;
         }
     }
-    return out;
-}
-
-// ffmpeg's own conversion of the file's audio to 16-bit little-endian.
-Bytes ffmpegS16(const std::string &path) {
-    const std::string cmd = "ffmpeg -hide_banner -nostdin -loglevel error -i '" + path + "' -f s16le -";
-    FILE *p = popen(cmd.c_str(), "r");
-    Bytes out;
-    if (p == nullptr) return out;
-    uint8_t buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) out.insert(out.end(), buf, buf + n);
-    pclose(p);
     return out;
 }
 
@@ -321,7 +302,8 @@ TEST_P(PluginFile, FormatsSamplesAndSeeksMatchTheCoreAndLibavformat) {
         EXPECT_EQ(frames.size(), n);
         t->stop();
         if (!converted) continue;
-        const Bytes theirs = ffmpegS16(path);
+        // ffmpeg's own conversion to 16-bit little-endian.
+        const Bytes theirs = commandOutput("ffmpeg -hide_banner -nostdin -loglevel error -i '" + path + "' -f s16le -");
         ASSERT_EQ(theirs.size(), pcm.size());
         // Float samples may differ by one step where ffmpeg rounds a tie the
         // other way; integer conversions are exact.

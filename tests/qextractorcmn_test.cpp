@@ -8,7 +8,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -890,14 +889,8 @@ TEST(ConfigParsers, Arguments) {
 // ------------------------------------------------------- ffmpeg bitstreams
 
 bool haveEncoder(const std::string &name) {
-    static const std::string list = [] {
-        std::string s;
-        FILE *p = popen("ffmpeg -hide_banner -encoders 2>/dev/null", "r");
-        char buf[512];
-        while (p != nullptr && fgets(buf, sizeof buf, p)) s += buf;
-        if (p != nullptr) pclose(p);
-        return s;
-    }();
+    static const Bytes bytes = qmkv_test::commandOutput("ffmpeg -hide_banner -encoders 2>/dev/null");
+    static const std::string list(bytes.begin(), bytes.end());
     return list.find(" " + name + " ") != std::string::npos;
 }
 
