@@ -14,30 +14,6 @@ using namespace qmkv_test;
 
 namespace {
 
-struct Seeked {
-    int32_t result;
-    int64_t found = 0;
-    std::vector<CoreFrame> frames;
-};
-
-Seeked seekAndReadAll(qmkvd *inst, int index, int64_t timeUs, int32_t mode) {
-    Seeked out{};
-    qmkvds *s = qmkvds_open(inst, index, nullptr);
-    EXPECT_NE(nullptr, s);
-    const uint64_t t = (uint64_t)timeUs * 10;
-    out.result = qmkvds_seek(s, &t, &out.found, mode);
-    std::vector<uint8_t> buf(1 << 20);
-    for (int n = 0; out.result == 0 && n < 100000; ++n) {
-        CoreFrame f;
-        uint32_t size = 0;
-        if (qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &f.pts, &f.end, &f.key) != 0) break;
-        f.data.assign(buf.begin(), buf.begin() + size);
-        out.frames.push_back(std::move(f));
-    }
-    qmkvds_close(s);
-    return out;
-}
-
 // The frames after a seek must be libavformat's packets of that track from
 // some point on, in order, to the end. Returns that point or -1.
 long matchesTail(const std::vector<CoreFrame> &ours, const std::vector<std::vector<uint8_t>> &theirs) {
@@ -88,7 +64,7 @@ TEST_P(RealSeek, LandsOnKeyFramesAndReadsOnToTheEnd) {
             for (int64_t target = 0; target < durationUs; target += durationUs / 13 + 17) {
                 SCOPED_TRACE("track " + std::to_string(t) + " mode " + std::to_string(mode) + " target " +
                              std::to_string(target));
-                Seeked s = seekAndReadAll(core.inst, t, target, mode);
+                const CoreSeek s = seekCoreFrames(core.inst, t, (uint64_t)target * 10, mode);
                 const int64_t foundUs = s.found / 10;
                 if (s.result == 1) {
                     // Nothing at or after the target: past the last cue, or,

@@ -26,6 +26,15 @@ struct CoreFrame {
 // code that ended the stream.
 std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last = nullptr, bool sizeFirst = true);
 
+// A fresh handle of track `index` sought to `time` (100 ns) by `mode`, then
+// read straight on to the end (nothing is read when the seek fails).
+struct CoreSeek {
+    int32_t result = -99;  // the seek's, or -99 when the handle did not open
+    int64_t found = -1;    // where it landed
+    std::vector<CoreFrame> frames;
+};
+CoreSeek seekCoreFrames(qmkvd *inst, int index, uint64_t time, int32_t mode);
+
 // A length-prefixed AVC/HEVC frame (as libavformat hands it over) in the
 // start-code form the core delivers.
 std::vector<uint8_t> toStartCodes(const std::vector<uint8_t> &in, uint32_t nalLengthSize);
