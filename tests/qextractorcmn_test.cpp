@@ -634,6 +634,17 @@ bool allZero(const T &v) {
     return std::all_of(b, b + sizeof(v), [](uint8_t x) { return x == 0; });
 }
 
+// What every parse must show: a reason exactly with a malformed result (`why`
+// when given), and after a failure an untouched record. True on success.
+template <typename Out>
+bool parsed(int32_t r, const Out &out, const char *why = nullptr) {
+    const char *reason = qcmn_config_error();
+    EXPECT_EQ(r == -1, reason != nullptr) << "a reason exactly with a malformed result";
+    EXPECT_STREQ(why != nullptr ? why : reason, reason);
+    EXPECT_TRUE(r == 0 || allZero(out)) << "a failed parse must leave the record untouched";
+    return r == 0;
+}
+
 class VideoCase : public ::testing::TestWithParam<VCase> {};
 
 TEST_P(VideoCase, Parses) {
@@ -641,14 +652,8 @@ TEST_P(VideoCase, Parses) {
     Exact e(c.data.data(), c.data.size());
     int32_t r = 0;
     const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
-    const char *why = qcmn_config_error();
     ASSERT_EQ(sign(r), c.result) << "result " << r;
-    EXPECT_EQ(r == -1, why != nullptr) << "a reason exactly with a malformed result";
-    EXPECT_STREQ(c.why != nullptr ? c.why : why, why);
-    if (r != 0) {
-        EXPECT_TRUE(allZero(out)) << "a failed parse must leave the record untouched";
-        return;
-    }
+    if (!parsed(r, out, c.why)) return;
     EXPECT_EQ(out.width, c.width);
     EXPECT_EQ(out.height, c.height);
     EXPECT_EQ(out.data_partitioned, c.dp);
@@ -668,11 +673,8 @@ TEST_P(VideoCase, EveryPrefix) {
         Exact e(c.data.data(), len);
         int32_t r = 0;
         const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
-        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << "prefix " << len;
-        if (r != 0) {
-            EXPECT_TRUE(allZero(out)) << "prefix " << len;
-            continue;
-        }
+        SCOPED_TRACE("prefix " + std::to_string(len));
+        if (!parsed(r, out)) continue;
         const bool same = out.width == c.width && out.height == c.height && out.data_partitioned == c.dp;
         const bool alt = out.width == c.alt_width && out.height == c.alt_height;
         EXPECT_TRUE(c.result == 0 && (same || alt))
@@ -809,14 +811,8 @@ TEST_P(AudioCase, Parses) {
     Exact e(c.data.data(), c.data.size());
     int32_t r = 0;
     const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
-    const char *why = qcmn_config_error();
     ASSERT_EQ(r, c.result);
-    EXPECT_EQ(r == -1, why != nullptr) << "a reason exactly with a malformed result";
-    EXPECT_STREQ(c.why != nullptr ? c.why : why, why);
-    if (r != 0) {
-        EXPECT_TRUE(allZero(out));
-        return;
-    }
+    if (!parsed(r, out, c.why)) return;
     EXPECT_EQ(out.profile, c.profile);
     EXPECT_EQ(out.sample_rate, c.rate);
     EXPECT_EQ(out.channels, c.channels);
@@ -834,12 +830,9 @@ TEST_P(AudioCase, EveryPrefix) {
         Exact e(c.data.data(), len);
         int32_t r = 0;
         const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
-        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << "prefix " << len;
-        if (r != 0) {
-            EXPECT_LT(r, 0) << "prefix " << len;
-            EXPECT_TRUE(allZero(out));
-            continue;
-        }
+        SCOPED_TRACE("prefix " + std::to_string(len));
+        EXPECT_LE(r, 0);
+        if (!parsed(r, out)) continue;
         ASSERT_EQ(c.result, 0) << "prefix " << len << " of a malformed configuration succeeded";
         EXPECT_EQ(out.sample_rate, c.rate) << "prefix " << len;
         EXPECT_EQ(out.channels, c.channels) << "prefix " << len;
