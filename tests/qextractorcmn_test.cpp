@@ -890,19 +890,13 @@ bool haveEncoder(const std::string &name) {
 #define REQUIRE_ENCODER(name) \
     if (!haveEncoder(name)) GTEST_SKIP() << "ffmpeg is missing or has no encoder " << (name)
 
-
-// Runs ffmpeg on a lavfi `source` with `args` into `out`; the muxer comes
-// from `format` (or the file name when empty).
-bool ffmpeg(const std::string &source, const std::string &args, const std::string &format, const std::string &out) {
-    std::string cmd = "ffmpeg -hide_banner -nostdin -loglevel error -y -f lavfi -i '" + source + "' " + args;
-    if (!format.empty()) cmd += " -f " + format;
-    return std::system((cmd + " '" + out + "' >/dev/null 2>&1").c_str()) == 0;
-}
-
-// A few frames of a test pattern at w x h.
+// A few frames of a test pattern at w x h, encoded by `args` into `out`
+// through the muxer `format`.
 bool encode(const std::string &args, int w, int h, const std::string &format, const std::string &out) {
     const std::string src = "testsrc2=size=" + std::to_string(w) + "x" + std::to_string(h) + ":rate=25:duration=0.2";
-    return ffmpeg(src, "-frames:v 4 " + args, format, out);
+    return std::system(("ffmpeg -hide_banner -nostdin -loglevel error -y -f lavfi -i '" + src + "' -frames:v 4 " + args +
+                        " -f " + format + " '" + out + "' >/dev/null 2>&1")
+                           .c_str()) == 0;
 }
 
 // IVF: a 32-byte file header (its length at bytes 6-7), then frames with
