@@ -5,12 +5,8 @@
 
 #include <thread>
 
-#include <qmkvhost/ExtractorHost.h>
-#include <qmkvhost/FileSource.h>
-
 #include "tests/support/corpus.h"
-
-extern "C" android::ExtractorDef GETEXTRACTORDEF();
+#include "tests/support/plugin_run.h"
 
 namespace {
 
@@ -37,8 +33,7 @@ std::vector<SampleSummary> readTrack(qmkvhost::Track *track, int64_t durationUs)
             qmkvhost::Sample s;
             if (track->read(&s, options, targets[p]) != AMEDIA_OK) break;
             options = 0;
-            int64_t t = -1;
-            AMediaFormat_getInt64(s->meta_data(), AMEDIAFORMAT_KEY_TIME_US, &t);
+            const int64_t t = qmkv_test::i64(s->meta_data(), AMEDIAFORMAT_KEY_TIME_US);
             const uint8_t *d = static_cast<const uint8_t *>(s->data()) + s->range_offset();
             uint32_t sum = 0;
             for (size_t i = 0; i < s->range_length(); ++i) sum = sum * 31 + d[i];
@@ -52,9 +47,8 @@ class Concurrency : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(Concurrency, TracksReadInParallelMatchTracksReadAlone) {
     QMKV_REQUIRE_CORPUS();
-    std::string error;
-    std::unique_ptr<qmkvhost::Plugin> plugin = qmkvhost::Plugin::fromEntry(GETEXTRACTORDEF, &error);
-    ASSERT_NE(nullptr, plugin) << error;
+    std::unique_ptr<qmkvhost::Plugin> plugin = qmkv_test::loadPlugin();
+    ASSERT_NE(nullptr, plugin);
     qmkvhost::FileSource file(qmkv_test::corpusFile(GetParam()).c_str());
 
     std::vector<std::vector<SampleSummary>> alone, together;
@@ -64,9 +58,8 @@ TEST_P(Concurrency, TracksReadInParallelMatchTracksReadAlone) {
         const size_t n = ex->countTracks();
         ASSERT_GE(n, 2u);
         AMediaFormat *meta = AMediaFormat_new();
-        int64_t durationUs = 0;
         ex->getTrackMetaData(meta, 0, 0);
-        AMediaFormat_getInt64(meta, AMEDIAFORMAT_KEY_DURATION, &durationUs);
+        const int64_t durationUs = qmkv_test::i64(meta, AMEDIAFORMAT_KEY_DURATION);
         AMediaFormat_delete(meta);
         std::vector<std::unique_ptr<qmkvhost::Track>> tracks;
         for (size_t i = 0; i < n; ++i) {

@@ -17,10 +17,7 @@ Bytes withDocType(const std::string &docType) { return cat({ebmlHeader(docType),
 
 TEST(OpenFile, GivesItsCodeAndLogLine) {
     const char *const kNoInfo = "Cannot find enough information. Check file";
-    const Bytes zlib = el(mkv::ContentEncodings,
-                          {el(mkv::ContentEncoding, {el(mkv::ContentCompression, {uint_el(mkv::ContentCompAlgo, 0)})})});
-    const Bytes crypt = el(mkv::ContentEncodings,
-                           {el(mkv::ContentEncoding, {el(mkv::ContentEncryption, Bytes{0x47, 0xE1, 0x81, 5})})});
+    const Bytes zlib = encodings({compression(0)}), crypt = encodings({encryption()});
     struct { const char *name; Bytes bytes; int32_t error; const char *tag; const char *message; } cases[] = {
         {"minimal", minimalFile(), 0, nullptr, nullptr},
         {"webm_doctype_opens_in_the_core", withDocType("webm"), 0, nullptr, nullptr},
@@ -129,8 +126,7 @@ TEST(Create, NalLengthSizeFromCodecPrivate) {
 // At most 127 tracks are kept; dropped entries give their place back.
 TEST(Create, TrackLimit) {
     auto entries = [](int n, bool zlibOdd) {
-        const Bytes zlib = el(mkv::ContentEncodings, {el(mkv::ContentEncoding, {el(mkv::ContentCompression,
-                                                                                     {uint_el(mkv::ContentCompAlgo, 0)})})});
+        const Bytes zlib = encodings({compression(0)});
         Bytes out;
         for (int i = 1; i <= n; ++i)
             out = cat({out, trackEntry((uint32_t)i, 2, "A_VORBIS",

@@ -3,13 +3,10 @@
 // against libavformat and ffmpeg.
 #include <gtest/gtest.h>
 
-#include <stdio.h>
 #include <string.h>
 
 #include <android-base/properties.h>
 #include <qmkvhost/CallingUid.h>
-#include <qmkvhost/ExtractorHost.h>
-#include <qmkvhost/FileSource.h>
 
 #include "demux/qmkvd_codec.h"
 #include "qextractorcmn/ExtMediaFormatDef.h"
@@ -19,88 +16,22 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/mkv_builder.h"
-
-extern "C" android::ExtractorDef GETEXTRACTORDEF();
+#include "tests/support/plugin_run.h"
 
 using namespace qmkv_test;
-using qmkvhost::Extractor;
 using qmkvhost::Plugin;
 using qmkvhost::Sample;
 using qmkvhost::Track;
 
 namespace {
 
-std::unique_ptr<Plugin> plugin() {
-    std::string error;
-    std::unique_ptr<Plugin> p = Plugin::fromEntry(GETEXTRACTORDEF, &error);
-    EXPECT_NE(nullptr, p) << error;
-    return p;
-}
-
-int32_t i32(AMediaFormat *f, const char *key) {
-    int32_t v = INT32_MIN;
-    AMediaFormat_getInt32(f, key, &v);
-    return v;
-}
-
-int64_t i64(AMediaFormat *f, const char *key) {
-    int64_t v = -1;
-    AMediaFormat_getInt64(f, key, &v);
-    return v;
-}
-
-std::string str(AMediaFormat *f, const char *key) {
-    const char *v = nullptr;
-    return AMediaFormat_getString(f, key, &v) ? v : "<none>";
-}
-
-Bytes buffer(AMediaFormat *f, const char *key) {
-    void *data = nullptr;
-    size_t size = 0;
-    if (!AMediaFormat_getBuffer(f, key, &data, &size)) return {};
-    return Bytes(static_cast<uint8_t *>(data), static_cast<uint8_t *>(data) + size);
-}
-
-struct Opened {
-    std::unique_ptr<Plugin> plugin = ::plugin();
-    std::unique_ptr<MemorySource> memory;
-    std::unique_ptr<qmkvhost::FileSource> file;
-    std::unique_ptr<Extractor> ex;
-    std::vector<AMediaFormat *> formats;
-    AMediaFormat *fileMeta = nullptr;
-    ~Opened() {
-        ex.reset();
-        for (AMediaFormat *f : formats) AMediaFormat_delete(f);
-        AMediaFormat_delete(fileMeta);
-    }
-    void readFormats() {
-        if (ex == nullptr) return;
-        fileMeta = AMediaFormat_new();
-        ex->getMetaData(fileMeta);
-        for (size_t i = 0; i < ex->countTracks(); ++i) {
-            formats.push_back(AMediaFormat_new());
-            ex->getTrackMetaData(formats.back(), i, 0);
-        }
-    }
-};
-
 // The sniffer needs 128 bytes; crafted files are often smaller, so a Void
 // element after the Segment pads them.
-std::unique_ptr<Opened> openBytes(const Bytes &bytes) {
-    auto o = std::make_unique<Opened>();
-    o->memory = std::make_unique<MemorySource>(cat({bytes, el(mkv::Void, Bytes(128, 0))}));
-    o->ex = o->plugin->open(o->memory->source());
-    o->readFormats();
-    return o;
+std::unique_ptr<PluginRun> openBytes(const Bytes &bytes) {
+    return std::make_unique<PluginRun>(cat({bytes, el(mkv::Void, Bytes(128, 0))}));
 }
 
-std::unique_ptr<Opened> openFile(const std::string &path) {
-    auto o = std::make_unique<Opened>();
-    o->file = std::make_unique<qmkvhost::FileSource>(path.c_str());
-    o->ex = o->plugin->open(o->file->wrap());
-    o->readFormats();
-    return o;
-}
+std::unique_ptr<PluginRun> openFile(const std::string &path) { return std::make_unique<PluginRun>(path); }
 
 // One track of `entry` with one block of `payload`.
 Bytes oneTrack(const Bytes &entry, const Bytes &payload = Bytes{1}) {
@@ -108,7 +39,7 @@ Bytes oneTrack(const Bytes &entry, const Bytes &payload = Bytes{1}) {
 }
 
 TEST(Plugin, DefinitionAndSniffingTheMatroskaDocTypeInTheFirst128Bytes) {
-    std::unique_ptr<Plugin> def = plugin();
+    std::unique_ptr<Plugin> def = loadPlugin();
     ASSERT_NE(nullptr, def);
     EXPECT_EQ(3u, def->def().def_version);
     EXPECT_STREQ("QRT MKV Extractor", def->def().extractor_name);
@@ -137,13 +68,13 @@ TEST(Plugin, DefinitionAndSniffingTheMatroskaDocTypeInTheFirst128Bytes) {
         if (c.offset + d.size() <= b.size()) std::copy(d.begin(), d.end(), b.begin() + (long)c.offset);
         MemorySource src(b);
         LogCapture log;
-        qmkvhost::SniffResult r = plugin()->sniff(src.source());
+        qmkvhost::SniffResult r = loadPlugin()->sniff(src.source());
         EXPECT_EQ(c.claimed, (bool)r) << c.name;
         EXPECT_FLOAT_EQ(c.claimed ? 0.7f : 0.0f, r.confidence);
         EXPECT_EQ(c.size < 128, log.has("QMKVExtractorSO", "can't read buffer size of maxScanOffset")) << c.name;
     }
     MemorySource webm(cat({ebmlHeader("webm"), Bytes(200, 0)}));
-    EXPECT_FALSE((bool)plugin()->sniff(webm.source())) << "WebM is not claimed";
+    EXPECT_FALSE((bool)loadPlugin()->sniff(webm.source())) << "WebM is not claimed";
 }
 
 TEST(Extractor, FailedFilesListNoTracks) {
@@ -238,11 +169,7 @@ TEST(TrackSource, ChecksEndTheProcess) {
     }
 }
 
-Bytes startCoded(const uint8_t *p, size_t n) {
-    Bytes out = {0, 0, 0, 1};
-    out.insert(out.end(), p, p + n);
-    return out;
-}
+Bytes startCoded(const uint8_t *p, size_t n) { return qmkv_test::startCoded({Bytes(p, p + n)}); }
 
 // The first SPS and the first PPS of an avcC record, in start-code form.
 std::pair<Bytes, Bytes> avcParameterSets(const Bytes &avcc) {
@@ -270,19 +197,6 @@ Bytes hevcParameterSets(const Bytes &hvcc) {
             o += 2 + len;
         }
     }
-    return out;
-}
-
-// ffmpeg's own conversion of the file's audio to 16-bit little-endian.
-Bytes ffmpegS16(const std::string &path) {
-    const std::string cmd = "ffmpeg -hide_banner -nostdin -loglevel error -i '" + path + "' -f s16le -";
-    FILE *p = popen(cmd.c_str(), "r");
-    Bytes out;
-    if (p == nullptr) return out;
-    uint8_t buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) out.insert(out.end(), buf, buf + n);
-    pclose(p);
     return out;
 }
 
@@ -340,7 +254,7 @@ TEST_P(PluginFile, FormatsSamplesAndSeeksMatchTheCoreAndLibavformat) {
     const std::string path = corpusFile(GetParam());
     auto o = openFile(path);
     ASSERT_NE(nullptr, o->ex);
-    FileCore core(path);
+    CoreFile core(readBytes(path));
     ASSERT_NE(nullptr, core.inst);
     AvFile av = avOpen(path);
     ASSERT_TRUE(av.ok);
@@ -388,7 +302,8 @@ TEST_P(PluginFile, FormatsSamplesAndSeeksMatchTheCoreAndLibavformat) {
         EXPECT_EQ(frames.size(), n);
         t->stop();
         if (!converted) continue;
-        const Bytes theirs = ffmpegS16(path);
+        // ffmpeg's own conversion to 16-bit little-endian.
+        const Bytes theirs = commandOutput("ffmpeg -hide_banner -nostdin -loglevel error -i '" + path + "' -f s16le -");
         ASSERT_EQ(theirs.size(), pcm.size());
         // Float samples may differ by one step where ffmpeg rounds a tie the
         // other way; integer conversions are exact.

@@ -1,5 +1,6 @@
-// qmkvprobe --library over a generated tree, and what the single-file probe
-// says about dropped tracks and the plug-in's log.
+// qmkvprobe run as a person runs it: the built tool on files it must refuse,
+// a damaged file, what it says about each track for a device, about dropped
+// tracks and the plug-in's log; and --library over a generated tree.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -30,8 +31,7 @@ const char kBigDevice[] = R"(<MediaCodecs><Decoders><MediaCodec name="c2.vendor.
 // An MP3 track that plays and an AAC track encrypted (no muxer here writes
 // ContentEncryption); `withCrypt` false leaves the second entry out.
 Bytes mp3AndEncrypted(bool withCrypt) {
-    const Bytes crypt = el(mkv::ContentEncodings,
-                           {el(mkv::ContentEncoding, {el(mkv::ContentEncryption, Bytes{0x47, 0xE1, 0x81, 5})})});
+    const Bytes crypt = encodings({encryption()});
     const Bytes mp3 = trackEntry(1, 2, "A_MPEG/L3", {el(mkv::Audio, {f64_el(mkv::SamplingFrequency, 44100)})});
     const Bytes aac = trackEntry(2, 2, "A_AAC", {str_el(mkv::Name, "Commentary"), str_el(mkv::Language, "fre"), crypt});
     // The Void makes the file longer than the bytes the plug-in sniffs.
@@ -79,6 +79,62 @@ struct Library {
         return lines;
     }
 };
+
+TEST(Probe, RefusesWhatItCannotReadAndNeverAborts) {
+    TempDir d;
+    writeText(d.path + "/empty.mkv", "");
+    writeText(d.path + "/locked.mkv", std::string(200, 'x'));
+    chmod((d.path + "/locked.mkv").c_str(), 0);
+    // A Cluster of zero bytes: the formats are there, no track's stream opens.
+    const Bytes damaged = cat({file({segmentInfo(), tracks({trackEntry(1, 2, "A_MPEG/L3"), trackEntry(2, 2, "A_AC3")}),
+                                     el(mkv::Cluster, Bytes(16, 0))}),
+                               el(mkv::Void, Bytes(128, 0))});
+    writeText(d.path + "/bad_cluster.mka", std::string(damaged.begin(), damaged.end()));
+    std::vector<ProbeRun> runs = {
+        {"--help", 0, {"usage: qmkvprobe [--core]", "[--device LIST] [--map OUT.svg|OUT.png] [--log] FILE", "qmkvprobe --library DIR"}, {}},
+        {d.path, 1, {}, {d.path + ": is a directory"}},
+        {d.path + "/empty.mkv", 1, {}, {"empty.mkv: is empty"}},
+        {"--packets --json " + d.path + "/bad_cluster.mka", 1,
+         {"\"error-type\":0", "{\"track\":0,\"error\":-10002}", "{\"track\":1,\"error\":-10002}"},
+         {"track 0 did not start", "track 1 did not start"}},
+    };
+    // Root reads it anyway.
+    if (geteuid() != 0) runs.push_back({d.path + "/locked.mkv", 1, {}, {d.path + "/locked.mkv: cannot be read (Permission denied)"}});
+    expectRuns(runs, d.path);
+}
+
+TEST(Probe, SaysWhyEachTrackPlaysOrNotOnADevice) {
+    QMKV_REQUIRE_CORPUS();
+    TempDir d;
+    const std::string small = d.path + "/small.xml", big = d.path + "/big.xml";
+    writeText(small, kSmallDevice);
+    writeText(big, kBigDevice);
+    const std::string hevc = corpusFile("hevc_aac.mkv"), uhd = corpusFile("h264_uhd.mkv");
+    expectRuns(
+        {
+            {"--device " + small + " --json " + hevc, 0,
+             {R"("error-type":-1002,"status":"unsupported: no decoder for video/hevc on this device")",
+              R"("error-type":0,"status":"plays","mime":"audio/mp4a-latm")"},
+             {}},
+            {"--device " + small + " " + uhd, 0,
+             {"tracks[0].error-type: -1004\ntracks[0].status: too large: 3840x2160 exceeds the device's 1920x1088"},
+             {}},
+            {"--device " + big + " --json " + hevc, 0, {R"("error-type":0,"status":"plays","mime":"video/hevc")"}, {}},
+            {"--device " + big + " --json " + uhd, 0, {R"("error-type":0,"status":"plays","mime":"video/avc")"}, {}},
+            {"--device " + d.path + "/none.xml " + uhd, 1, {}, {"none.xml: No such file or directory"}},
+        },
+        d.path);
+}
+
+TEST(Probe, SaysWhereAFilesLengthCameFrom) {
+    QMKV_REQUIRE_CORPUS();
+    TempDir d;
+    expectRuns({{"--core --json " + corpusFile("live_gst_h264_aac.mkv"), 0,
+                 {"\"duration_100ns\":60210000,\"duration_from\":\"frames\""}, {}},
+                {"--core --json " + corpusFile("live_gst_h264_aac_cues.mkv"), 0, {"\"duration_from\":\"info\""}, {}},
+                {"--seek-count 20 " + corpusFile("live_gst_h264_aac.mkv"), 0, {"\"seeks\": 20"}, {}}},
+               d.path);
+}
 
 TEST(ProbeLibrary, CountsEachVerdictForEachDevice) {
     QMKV_REQUIRE_CORPUS();

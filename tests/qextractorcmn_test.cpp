@@ -8,7 +8,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -23,11 +22,13 @@
 #include "qextractorcmn/qextractorcmn.h"
 #include "tests/support/av_oracle.h"
 #include "tests/support/corpus.h"
+#include "tests/support/ebml_writer.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
-using Bytes = std::vector<uint8_t>;
 using qmkv_test::AvVideoParams;
+using qmkv_test::Bytes;
+using qmkv_test::cat;
 using qmkv_test::avProbeVideo;
 using qmkv_test::LogCapture;
 using qmkv_test::TempDir;
@@ -83,12 +84,6 @@ Bytes escape(const Bytes &rbsp) {
         out.push_back(b);
         zeros = b == 0 ? zeros + 1 : 0;
     }
-    return out;
-}
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes &p : parts) out.insert(out.end(), p.begin(), p.end());
     return out;
 }
 
@@ -639,6 +634,17 @@ bool allZero(const T &v) {
     return std::all_of(b, b + sizeof(v), [](uint8_t x) { return x == 0; });
 }
 
+// What every parse must show: a reason exactly with a malformed result (`why`
+// when given), and after a failure an untouched record. True on success.
+template <typename Out>
+bool parsed(int32_t r, const Out &out, const char *why = nullptr) {
+    const char *reason = qcmn_config_error();
+    EXPECT_EQ(r == -1, reason != nullptr) << "a reason exactly with a malformed result";
+    EXPECT_STREQ(why != nullptr ? why : reason, reason);
+    EXPECT_TRUE(r == 0 || allZero(out)) << "a failed parse must leave the record untouched";
+    return r == 0;
+}
+
 class VideoCase : public ::testing::TestWithParam<VCase> {};
 
 TEST_P(VideoCase, Parses) {
@@ -646,14 +652,8 @@ TEST_P(VideoCase, Parses) {
     Exact e(c.data.data(), c.data.size());
     int32_t r = 0;
     const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
-    const char *why = qcmn_config_error();
     ASSERT_EQ(sign(r), c.result) << "result " << r;
-    EXPECT_EQ(r == -1, why != nullptr) << "a reason exactly with a malformed result";
-    EXPECT_STREQ(c.why != nullptr ? c.why : why, why);
-    if (r != 0) {
-        EXPECT_TRUE(allZero(out)) << "a failed parse must leave the record untouched";
-        return;
-    }
+    if (!parsed(r, out, c.why)) return;
     EXPECT_EQ(out.width, c.width);
     EXPECT_EQ(out.height, c.height);
     EXPECT_EQ(out.data_partitioned, c.dp);
@@ -673,11 +673,8 @@ TEST_P(VideoCase, EveryPrefix) {
         Exact e(c.data.data(), len);
         int32_t r = 0;
         const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
-        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << "prefix " << len;
-        if (r != 0) {
-            EXPECT_TRUE(allZero(out)) << "prefix " << len;
-            continue;
-        }
+        SCOPED_TRACE("prefix " + std::to_string(len));
+        if (!parsed(r, out)) continue;
         const bool same = out.width == c.width && out.height == c.height && out.data_partitioned == c.dp;
         const bool alt = out.width == c.alt_width && out.height == c.alt_height;
         EXPECT_TRUE(c.result == 0 && (same || alt))
@@ -814,14 +811,8 @@ TEST_P(AudioCase, Parses) {
     Exact e(c.data.data(), c.data.size());
     int32_t r = 0;
     const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
-    const char *why = qcmn_config_error();
     ASSERT_EQ(r, c.result);
-    EXPECT_EQ(r == -1, why != nullptr) << "a reason exactly with a malformed result";
-    EXPECT_STREQ(c.why != nullptr ? c.why : why, why);
-    if (r != 0) {
-        EXPECT_TRUE(allZero(out));
-        return;
-    }
+    if (!parsed(r, out, c.why)) return;
     EXPECT_EQ(out.profile, c.profile);
     EXPECT_EQ(out.sample_rate, c.rate);
     EXPECT_EQ(out.channels, c.channels);
@@ -839,12 +830,9 @@ TEST_P(AudioCase, EveryPrefix) {
         Exact e(c.data.data(), len);
         int32_t r = 0;
         const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
-        EXPECT_EQ(r == -1, qcmn_config_error() != nullptr) << "prefix " << len;
-        if (r != 0) {
-            EXPECT_LT(r, 0) << "prefix " << len;
-            EXPECT_TRUE(allZero(out));
-            continue;
-        }
+        SCOPED_TRACE("prefix " + std::to_string(len));
+        EXPECT_LE(r, 0);
+        if (!parsed(r, out)) continue;
         ASSERT_EQ(c.result, 0) << "prefix " << len << " of a malformed configuration succeeded";
         EXPECT_EQ(out.sample_rate, c.rate) << "prefix " << len;
         EXPECT_EQ(out.channels, c.channels) << "prefix " << len;
@@ -894,33 +882,21 @@ TEST(ConfigParsers, Arguments) {
 // ------------------------------------------------------- ffmpeg bitstreams
 
 bool haveEncoder(const std::string &name) {
-    static const std::string list = [] {
-        std::string s;
-        FILE *p = popen("ffmpeg -hide_banner -encoders 2>/dev/null", "r");
-        char buf[512];
-        while (p != nullptr && fgets(buf, sizeof buf, p)) s += buf;
-        if (p != nullptr) pclose(p);
-        return s;
-    }();
+    static const Bytes bytes = qmkv_test::commandOutput("ffmpeg -hide_banner -encoders 2>/dev/null");
+    static const std::string list(bytes.begin(), bytes.end());
     return list.find(" " + name + " ") != std::string::npos;
 }
 
 #define REQUIRE_ENCODER(name) \
     if (!haveEncoder(name)) GTEST_SKIP() << "ffmpeg is missing or has no encoder " << (name)
 
-
-// Runs ffmpeg on a lavfi `source` with `args` into `out`; the muxer comes
-// from `format` (or the file name when empty).
-bool ffmpeg(const std::string &source, const std::string &args, const std::string &format, const std::string &out) {
-    std::string cmd = "ffmpeg -hide_banner -nostdin -loglevel error -y -f lavfi -i '" + source + "' " + args;
-    if (!format.empty()) cmd += " -f " + format;
-    return std::system((cmd + " '" + out + "' >/dev/null 2>&1").c_str()) == 0;
-}
-
-// A few frames of a test pattern at w x h.
+// A few frames of a test pattern at w x h, encoded by `args` into `out`
+// through the muxer `format`.
 bool encode(const std::string &args, int w, int h, const std::string &format, const std::string &out) {
     const std::string src = "testsrc2=size=" + std::to_string(w) + "x" + std::to_string(h) + ":rate=25:duration=0.2";
-    return ffmpeg(src, "-frames:v 4 " + args, format, out);
+    return std::system(("ffmpeg -hide_banner -nostdin -loglevel error -y -f lavfi -i '" + src + "' -frames:v 4 " + args +
+                        " -f " + format + " '" + out + "' >/dev/null 2>&1")
+                           .c_str()) == 0;
 }
 
 // IVF: a 32-byte file header (its length at bytes 6-7), then frames with

@@ -5,19 +5,12 @@
 // where it once cost five to thirteen, and the file is asked for about once.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-#include <memory>
 #include <vector>
 
-#include <qmkvhost/ExtractorHost.h>
-
 #include "demux/qmkvds.h"
-#include "tests/support/memory_source.h"
 #include "tests/support/corpus.h"
 #include "tests/support/mkv_builder.h"
-
-extern "C" android::ExtractorDef GETEXTRACTORDEF();
+#include "tests/support/plugin_run.h"
 
 using namespace qmkv_test;
 
@@ -36,16 +29,11 @@ const CostCase kCosts[] = {
     {"vp8_vorbis.mkv", 0.07},
 };
 
-Bytes slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 TEST(ReadCost, FramesCostLessThanARead) {
     QMKV_REQUIRE_CORPUS();
     for (const CostCase &c : kCosts) {
         SCOPED_TRACE(c.file);
-        CoreFile f(slurp(corpusFile(c.file)));
+        CoreFile f(readBytes(corpusFile(c.file)));
         ASSERT_NE(nullptr, f.inst);
         const int before = f.file.mem.readCalls;
         uint64_t frames = 0, payload = 0;
@@ -84,35 +72,6 @@ TEST(ReadCost, FramesCostLessThanARead) {
 
 }  // namespace
 
-// Without cues the first crawl lists the Clusters with one small read per
-// Cluster head, and every later seek of any track of the file reuses it.
-TEST(ReadCost, SeekingWithoutCuesReadsEachClusterHeadOnceForAllTracks) {
-    QMKV_REQUIRE_CORPUS();
-    CoreFile f(slurp(corpusFile("mkvmerge_nocues.mkv")));
-    ASSERT_NE(nullptr, f.inst);
-    ASSERT_EQ(0, f.inst->found_cues);
-    qmkvds *first = qmkvds_open(f.inst, 0, nullptr);
-    ASSERT_NE(nullptr, first);
-    int before = f.file.mem.readCalls;
-    ASSERT_EQ(0, qmkvds_make_cluster_list(first));
-    const int listReads = f.file.mem.readCalls - before;
-    int clusters = 0;
-    for (const qmkvd_cluster_node *n = f.inst->cluster_list; n != nullptr; n = n->next) clusters++;
-    ASSERT_GT(clusters, 5);
-    EXPECT_LE(listReads, clusters + 1);
-    qmkvds_close(first);
-    for (int t = 0; t < f.format.track_count; ++t) {
-        qmkvds *s = qmkvds_open(f.inst, t, nullptr);
-        ASSERT_NE(nullptr, s);
-        before = f.file.mem.readCalls;
-        const uint64_t target = (uint64_t)f.format.duration / 2;
-        int64_t found = 0;
-        ASSERT_EQ(0, qmkvds_seek(s, &target, &found, QMKVDS_SEEK_PREVIOUS));
-        EXPECT_LT(f.file.mem.readCalls - before, clusters) << "track " << t << " lists the Clusters again";
-        qmkvds_close(s);
-    }
-}
-
 namespace {
 
 struct OpenCase {
@@ -133,53 +92,53 @@ const OpenCase kOpens[] = {
     {"gst_h264_aac.mkv", 4, 6},         // GStreamer
 };
 
-int pluginOpenReads(const Bytes &bytes) {
-    std::string error;
-    std::unique_ptr<qmkvhost::Plugin> plugin = qmkvhost::Plugin::fromEntry(GETEXTRACTORDEF, &error);
-    EXPECT_NE(nullptr, plugin) << error;
-    if (plugin == nullptr) return -1;
-    MemorySource memory(bytes);
-    std::unique_ptr<qmkvhost::Extractor> ex = plugin->open(memory.source());
-    EXPECT_NE(nullptr, ex);
-    if (ex == nullptr) return -1;
-    AMediaFormat *meta = AMediaFormat_new();
-    ex->getMetaData(meta);
-    for (size_t i = 0; i < ex->countTracks(); ++i) ex->getTrackMetaData(meta, i, 0);
-    AMediaFormat_delete(meta);
-    return memory.readCalls;
-}
-
 TEST(ReadCost, TheOpenReadsTheHeadInAFewReads) {
     QMKV_REQUIRE_CORPUS();
     for (const OpenCase &c : kOpens) {
         SCOPED_TRACE(c.file);
-        const Bytes bytes = slurp(corpusFile(c.file));
+        const Bytes bytes = readBytes(corpusFile(c.file));
         CoreFile f(bytes);
         ASSERT_NE(nullptr, f.inst);
         EXPECT_LE(f.file.mem.readCalls, c.max_core_reads);
-        EXPECT_LE(pluginOpenReads(bytes), c.max_plugin_reads);
+        PluginRun plugin(bytes);
+        ASSERT_NE(nullptr, plugin.ex);
+        EXPECT_LE(plugin.memory->readCalls, c.max_plugin_reads);
     }
 }
 
 // Without Cues the open walks every Cluster head, one small read each (the
-// bytes matter there too); the rest of the open costs a few reads.
-TEST(ReadCost, TheOpenOfAFileWithoutCuesReadsEachClusterHeadOnce) {
+// bytes matter there too), and the rest of the open costs a few reads. The
+// first crawl lists the Clusters with one small read per Cluster head, and
+// every later seek of any track of the file reuses the list.
+TEST(ReadCost, WithoutCuesEachClusterHeadIsReadOnceAtOpenAndOnceForAllSeeks) {
     QMKV_REQUIRE_CORPUS();
-    const Bytes bytes = slurp(corpusFile("mkvmerge_nocues.mkv"));
-    CoreFile f(bytes);
+    CoreFile f(readBytes(corpusFile("mkvmerge_nocues.mkv")));
     ASSERT_NE(nullptr, f.inst);
     ASSERT_EQ(0, f.inst->found_cues);
     const int openReads = f.file.mem.readCalls;
     const uint64_t openBytes = f.file.mem.askedBytes;
-    qmkvds *s = qmkvds_open(f.inst, 0, nullptr);
-    ASSERT_NE(nullptr, s);
-    ASSERT_EQ(0, qmkvds_make_cluster_list(s));
+    qmkvds *first = qmkvds_open(f.inst, 0, nullptr);
+    ASSERT_NE(nullptr, first);
+    const int before = f.file.mem.readCalls;
+    ASSERT_EQ(0, qmkvds_make_cluster_list(first));
+    const int listReads = f.file.mem.readCalls - before;
+    qmkvds_close(first);
     int clusters = 0;
     for (const qmkvd_cluster_node *n = f.inst->cluster_list; n != nullptr; n = n->next) clusters++;
-    qmkvds_close(s);
     ASSERT_GT(clusters, 5);
     EXPECT_LE(openReads, clusters + 4);
     EXPECT_LE(openBytes, 12u * (uint64_t)clusters + 2048u);
+    EXPECT_LE(listReads, clusters + 1);
+    for (int t = 0; t < f.format.track_count; ++t) {
+        qmkvds *s = qmkvds_open(f.inst, t, nullptr);
+        ASSERT_NE(nullptr, s);
+        const int seekBefore = f.file.mem.readCalls;
+        const uint64_t target = (uint64_t)f.format.duration / 2;
+        int64_t found = 0;
+        ASSERT_EQ(0, qmkvds_seek(s, &target, &found, QMKVDS_SEEK_PREVIOUS));
+        EXPECT_LT(f.file.mem.readCalls - seekBefore, clusters) << "track " << t << " lists the Clusters again";
+        qmkvds_close(s);
+    }
 }
 
 }  // namespace

@@ -3,19 +3,15 @@
 // elements standing between the EBML header and the Segment.
 #include <gtest/gtest.h>
 
-#include <qmkvhost/ExtractorHost.h>
-
 #include "demux/qmkvd_tail.h"
 #include "demux/qmkvds.h"
 #include "tests/support/av_oracle.h"
 #include "tests/support/corpus.h"
 #include "tests/support/file_core.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/memory_source.h"
 #include "tests/support/mkv_builder.h"
+#include "tests/support/plugin_run.h"
 #include "tests/support/temp_dir.h"
-
-extern "C" android::ExtractorDef GETEXTRACTORDEF();
 
 using namespace qmkv_test;
 
@@ -49,44 +45,6 @@ AvRead avRead(const std::string &path) {
     return r;
 }
 
-// The plug-in over bytes in memory, as the framework drives it.
-struct PluginRun {
-    std::unique_ptr<qmkvhost::Plugin> plugin;
-    std::unique_ptr<MemorySource> source;
-    std::unique_ptr<qmkvhost::Extractor> ex;
-
-    explicit PluginRun(const Bytes &bytes) {
-        std::string error;
-        plugin = qmkvhost::Plugin::fromEntry(GETEXTRACTORDEF, &error);
-        EXPECT_NE(nullptr, plugin) << error;
-        source = std::make_unique<MemorySource>(bytes);
-        if (plugin != nullptr) ex = plugin->open(source->source());
-    }
-    size_t tracks() { return ex != nullptr ? ex->countTracks() : 0; }
-    int64_t durationUs(size_t track) {
-        AMediaFormat *f = AMediaFormat_new();
-        int64_t us = -1;
-        ex->getTrackMetaData(f, track, 0);
-        AMediaFormat_getInt64(f, AMEDIAFORMAT_KEY_DURATION, &us);
-        AMediaFormat_delete(f);
-        return us;
-    }
-    // Every sample's size and time, after an optional seek.
-    std::vector<std::pair<size_t, int64_t>> read(size_t track, uint32_t seek = 0, int64_t seekUs = 0) {
-        std::vector<std::pair<size_t, int64_t>> out;
-        std::unique_ptr<qmkvhost::Track> t = ex->getTrack(track);
-        if (t == nullptr || t->start() != AMEDIA_OK) return out;
-        qmkvhost::Sample s;
-        for (media_status_t st = t->read(&s, seek, seekUs); st == AMEDIA_OK && out.size() < 100000; st = t->read(&s)) {
-            int64_t us = -1;
-            AMediaFormat_getInt64(s->meta_data(), AMEDIAFORMAT_KEY_TIME_US, &us);
-            out.emplace_back(s->range_length(), us);
-        }
-        t->stop();
-        return out;
-    }
-};
-
 TEST(Recording, TheDurationIsTheEndOfTheLastFrameOnBothPaths) {
     QMKV_REQUIRE_CORPUS();
     TempDir dir;
@@ -106,7 +64,7 @@ TEST(Recording, TheDurationIsTheEndOfTheLastFrameOnBothPaths) {
             EXPECT_NEAR(av.endUs, core.format.duration / 10, av.frameUs);
             PluginRun plugin(bytes);
             ASSERT_EQ((size_t)core.format.track_count, plugin.tracks());
-            for (size_t t = 0; t < plugin.tracks(); ++t) EXPECT_NEAR(av.endUs, plugin.durationUs(t), av.frameUs);
+            for (size_t t = 0; t < plugin.tracks(); ++t) EXPECT_NEAR(av.endUs, i64(plugin.formats[t], AMEDIAFORMAT_KEY_DURATION), av.frameUs);
         }
         // The same streams with a Duration keep it.
         CoreFile remux(readBytes(corpusFile(withCues(name))));
@@ -192,26 +150,16 @@ TEST(Recording, CrawlsAndCuesCrossClustersOfUnknownSize) {
                      {QMKVDS_SEEK_CLOSEST, 1100, 1200}, {QMKVDS_SEEK_NEXT, 1700, 0}};
         for (const Seek &k : seeks) {
             SCOPED_TRACE("mode " + std::to_string(k.mode) + " to " + std::to_string(k.targetMs) + " ms");
-            qmkvds *s = qmkvds_open(core.inst, 0, nullptr);
-            const uint64_t target = (uint64_t)k.targetMs * 10000;
-            int64_t found = -1;
-            const int32_t r = qmkvds_seek(s, &target, &found, k.mode);
+            const CoreSeek r = seekCoreFrames(core.inst, 0, (uint64_t)k.targetMs * 10000, k.mode);
             if (k.landsMs == 0) {
-                EXPECT_EQ(QMKVD_END_OF_STREAM, r);
-            } else {
-                ASSERT_EQ(0, r);
-                EXPECT_EQ(k.landsMs * 10000, found);
-                std::vector<uint8_t> buf(4096);
-                uint32_t size = 0, key = 0, frames = 0;
-                int64_t pts = 0, end = 0, first = -1;
-                while (qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &pts, &end, &key) == 0) {
-                    if (first < 0) first = pts;
-                    ++frames;
-                }
-                EXPECT_EQ(k.landsMs * 10000, first);
-                EXPECT_EQ((uint32_t)(2000 - k.landsMs) / 40, frames) << "to the end, across the Clusters";
+                EXPECT_EQ(QMKVD_END_OF_STREAM, r.result);
+                continue;
             }
-            qmkvds_close(s);
+            ASSERT_EQ(0, r.result);
+            EXPECT_EQ(k.landsMs * 10000, r.found);
+            ASSERT_FALSE(r.frames.empty());
+            EXPECT_EQ(k.landsMs * 10000, r.frames[0].pts);
+            EXPECT_EQ((size_t)(2000 - k.landsMs) / 40, r.frames.size()) << "to the end, across the Clusters";
         }
         // The framework's seeks through the plug-in.
         PluginRun plugin(bytes);
@@ -354,15 +302,12 @@ TEST(Recording, SeeksLandWhereTheRemuxWithCuesLandsOnBothPaths) {
             const int64_t targetUs = durationUs * k / 10 + 12345;
             SCOPED_TRACE("target " + std::to_string(targetUs));
             // The next key frame, through the core's crawl and through its cues.
-            int64_t foundA = -1, foundB = -1;
-            const uint64_t target = (uint64_t)targetUs * 10;
-            qmkvds *sa = qmkvds_open(a.inst, 0, nullptr), *sb = qmkvds_open(b.inst, 0, nullptr);
-            const int32_t ra = qmkvds_seek(sa, &target, &foundA, QMKVDS_SEEK_NEXT);
-            EXPECT_EQ(qmkvds_seek(sb, &target, &foundB, QMKVDS_SEEK_NEXT), ra);
-            EXPECT_TRUE(ra != 0 || foundA == foundB) << foundA << " against " << foundB;
-            landed += ra == 0;
-            qmkvds_close(sa);
-            qmkvds_close(sb);
+            const CoreSeek sa = seekCoreFrames(a.inst, 0, (uint64_t)targetUs * 10, QMKVDS_SEEK_NEXT);
+            const CoreSeek sb = seekCoreFrames(b.inst, 0, (uint64_t)targetUs * 10, QMKVDS_SEEK_NEXT);
+            EXPECT_EQ(sb.result, sa.result);
+            EXPECT_TRUE(sa.result != 0 || sa.found == sb.found) << sa.found << " against " << sb.found;
+            EXPECT_EQ(sb.frames.size(), sa.frames.size());
+            landed += sa.result == 0;
             // The framework's next-sync seek through the plug-in.
             const uint32_t seek = android::CMediaTrackReadOptions::SEEK | android::CMediaTrackReadOptions::SEEK_NEXT_SYNC;
             const auto fa = pa.read(0, seek, targetUs), fb = pb.read(0, seek, targetUs);
@@ -429,19 +374,14 @@ TEST_P(CutOff, DeliversAPrefixOfTheWholeFileAndAtLeastWhatLibavformatDoes) {
                 // A seek into what is there lands on one of its frames; Cues
                 // may point past the cut (a read failure, -1).
                 if (got.empty()) continue;
-                qmkvds *s = qmkvds_open(core.inst, t, nullptr);
-                const uint64_t target = (uint64_t)got[got.size() / 2].pts;
-                int64_t found = -1, pts = -1, end = 0;
-                uint32_t size = 0, key = 0;
-                std::vector<uint8_t> buf(4 << 20);
-                const int32_t r = qmkvds_seek(s, &target, &found, QMKVDS_SEEK_NEXT);
-                EXPECT_TRUE(r == 0 || r == QMKVD_END_OF_STREAM || (r == QMKVD_ERR_READ && core.inst->found_cues))
-                    << "track " << t << ": " << r;
-                if (r == 0 && qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &pts, &end, &key) == 0) {
-                    EXPECT_TRUE(std::any_of(got.begin(), got.end(), [&](const CoreFrame &f) { return f.pts == pts; }))
+                const CoreSeek r = seekCoreFrames(core.inst, t, (uint64_t)got[got.size() / 2].pts, QMKVDS_SEEK_NEXT);
+                EXPECT_TRUE(r.result == 0 || r.result == QMKVD_END_OF_STREAM ||
+                            (r.result == QMKVD_ERR_READ && core.inst->found_cues))
+                    << "track " << t << ": " << r.result;
+                if (!r.frames.empty()) {
+                    EXPECT_TRUE(std::any_of(got.begin(), got.end(), [&](const CoreFrame &f) { return f.pts == r.frames[0].pts; }))
                         << "track " << t;
                 }
-                qmkvds_close(s);
             }
         }
     }

@@ -2,10 +2,12 @@
 // table.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "demux/qmkvd_codec.h"
 #include "demux/qmkvds.h"
+#include "tests/support/file_core.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/mkv_builder.h"
 
@@ -53,36 +55,11 @@ Bytes makeFile(int seconds, int cueEvery, int64_t cueBias = 0, bool keyFrames = 
     return cat({ebmlHeader(), el(mkv::Segment, body)});
 }
 
-struct Read {
-    int32_t seek;
-    int64_t result = -1;
-    int64_t first_pts = -1;
-    uint32_t first_key = 0;
-    int frames_after = 0;
-    bool ordered = true;
-};
-
-// Seeks a fresh handle of track `index` and reads on to the end.
-Read seekAndRead(qmkvd *inst, int index, int64_t time, int32_t mode) {
-    Read r{};
-    qmkvds *s = qmkvds_open(inst, index, nullptr);
-    EXPECT_NE(nullptr, s);
-    uint64_t t = (uint64_t)time;
-    r.seek = qmkvds_seek(s, &t, &r.result, mode);
-    Bytes buf(4096);
-    for (int64_t last = -1; r.frames_after < 100000; r.frames_after++) {
-        uint32_t size, key;
-        int64_t pts, end;
-        if (qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &pts, &end, &key) != 0) break;
-        if (r.frames_after == 0) {
-            r.first_pts = pts;
-            r.first_key = key;
-        }
-        r.ordered &= index != 1 || pts >= last;
-        last = pts;
-    }
-    qmkvds_close(s);
-    return r;
+// The first frame read after a seek (a failed test when there is none).
+const CoreFrame &first(const CoreSeek &r) {
+    static const CoreFrame none;
+    EXPECT_FALSE(r.frames.empty());
+    return r.frames.empty() ? none : r.frames[0];
 }
 
 TEST(CueSeek, ModesLandOnTheRightCue) {
@@ -99,13 +76,13 @@ TEST(CueSeek, ModesLandOnTheRightCue) {
     ASSERT_EQ(3u, f.inst->cues.cue_count);
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        Read r = seekAndRead(f.inst, 0, c.time, c.mode);
-        EXPECT_EQ(c.result, r.seek);
+        const CoreSeek r = seekCoreFrames(f.inst, 0, c.time, c.mode);
+        EXPECT_EQ(c.result, r.result);
         if (c.result != 0) continue;
-        EXPECT_EQ(c.landed, r.result);
-        EXPECT_EQ(c.landed, r.first_pts) << "the first frame read is the cue's";
-        EXPECT_EQ(1u, r.first_key);
-        EXPECT_EQ((int)((12 * kSecond - c.landed) / (kSecond / 25)), r.frames_after) << "reads on to the end";
+        EXPECT_EQ(c.landed, r.found);
+        EXPECT_EQ(c.landed, first(r).pts) << "the first frame read is the cue's";
+        EXPECT_EQ(1u, first(r).key);
+        EXPECT_EQ((size_t)((12 * kSecond - c.landed) / (kSecond / 25)), r.frames.size()) << "reads on to the end";
     }
 }
 
@@ -148,18 +125,19 @@ TEST(Crawl, WithoutCues) {
     ASSERT_NE(nullptr, f.inst);
     ASSERT_EQ(0, f.inst->found_cues);
     for (const auto &c : cases) {
-        Read v = seekAndRead(f.inst, 0, c.time, c.mode);
-        ASSERT_EQ(0, v.seek) << c.time;
-        EXPECT_EQ(c.video, v.result);
-        EXPECT_EQ(c.video, v.first_pts);
-        EXPECT_EQ(1u, v.first_key);
-        Read a = seekAndRead(f.inst, 1, c.time, c.mode);
-        ASSERT_EQ(0, a.seek);
-        EXPECT_EQ(c.audio, a.first_pts) << "audio resumes at its first block at or after the target";
-        EXPECT_TRUE(a.ordered);
+        const CoreSeek v = seekCoreFrames(f.inst, 0, c.time, c.mode);
+        ASSERT_EQ(0, v.result) << c.time;
+        EXPECT_EQ(c.video, v.found);
+        EXPECT_EQ(c.video, first(v).pts);
+        EXPECT_EQ(1u, first(v).key);
+        const CoreSeek a = seekCoreFrames(f.inst, 1, c.time, c.mode);
+        ASSERT_EQ(0, a.result);
+        EXPECT_EQ(c.audio, first(a).pts) << "audio resumes at its first block at or after the target";
+        EXPECT_TRUE(std::is_sorted(a.frames.begin(), a.frames.end(),
+                                   [](const CoreFrame &x, const CoreFrame &y) { return x.pts < y.pts; }));
     }
-    EXPECT_EQ(1, seekAndRead(f.inst, 0, 11 * kSecond + 500000, 1).seek) << "no key frame after the target";
-    EXPECT_EQ(-3, seekAndRead(f.inst, 0, 3 * kSecond, 2).seek) << "previous-cue mode needs cues";
+    EXPECT_EQ(1, seekCoreFrames(f.inst, 0, 11 * kSecond + 500000, 1).result) << "no key frame after the target";
+    EXPECT_EQ(-3, seekCoreFrames(f.inst, 0, 3 * kSecond, 2).result) << "previous-cue mode needs cues";
 }
 
 TEST(Crawl, KeyFrameBeyondTheBudget) {
@@ -167,7 +145,7 @@ TEST(Crawl, KeyFrameBeyondTheBudget) {
     CoreFile f(makeFile(60, 0, 0, false));
     ASSERT_NE(nullptr, f.inst);
     LogCapture log;
-    EXPECT_EQ(-2, seekAndRead(f.inst, 0, 1 * kSecond, 1).seek);
+    EXPECT_EQ(-2, seekCoreFrames(f.inst, 0, 1 * kSecond, 1).result);
     EXPECT_TRUE(log.has("qmkvd", "No Key frame found within next 1024 frames"));
 }
 
@@ -196,12 +174,12 @@ TEST(Cues, PointingAtNonClustersAreCondemned) {
     CoreFile f(makeFile(12, 5, 3));  // positions after the first 3 bytes off
     ASSERT_NE(nullptr, f.inst);
     ASSERT_EQ(1, f.inst->found_cues);
-    Read r = seekAndRead(f.inst, 0, 7 * kSecond, 0);
-    ASSERT_EQ(0, r.seek);
+    const CoreSeek r = seekCoreFrames(f.inst, 0, 7 * kSecond, 0);
+    ASSERT_EQ(0, r.result);
     EXPECT_EQ(0, f.inst->found_cues) << "condemned for the whole file";
     EXPECT_EQ(0u, f.inst->cues.cue_count);
-    EXPECT_EQ(7 * kSecond, r.result) << "the crawl found the key frame at 7 s";
-    EXPECT_EQ(1u, r.first_key);
+    EXPECT_EQ(7 * kSecond, r.found) << "the crawl found the key frame at 7 s";
+    EXPECT_EQ(1u, first(r).key);
 }
 
 TEST(IndexTable, CueTimesOfTheVideoTrack) {

@@ -130,10 +130,7 @@ TEST(Format, Mp3RecordFromTheFirstFrameHeader) {
         EXPECT_EQ(0xEE, got.bytes[8]) << "bytes 8-11 are left alone";
     }
     // Header stripping: the prefix supplies the first bytes of the header.
-    Bytes strip = el(mkv::ContentEncodings, {el(mkv::ContentEncoding, {el(mkv::ContentCompression,
-                                                                          {uint_el(mkv::ContentCompAlgo, 3),
-                                                                           bin_el(mkv::ContentCompSettings, Bytes{0xFF, 0xFB})})})});
-    auto f(open(trackEntry(1, 2, "A_MPEG/L3", {strip}), Bytes{0x92, 0x44, 0, 0}));
+    auto f(open(trackEntry(1, 2, "A_MPEG/L3", {encodings({compression(3, {0xFF, 0xFB})})}), Bytes{0x92, 0x44, 0, 0}));
     Config got = configOf(f->inst);
     EXPECT_EQ(0xA2, got.bytes[6]);
 }

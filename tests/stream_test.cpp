@@ -43,96 +43,96 @@ TEST(Stream, ReaderChoiceFollowsTheCodec) {
     }
 }
 
-TEST(Stream, LacedAudioOneFrameAtATime) {
-    const std::vector<Bytes> frames = {bytesOf(300, 1), bytesOf(20, 2), bytesOf(7, 3)};
-    for (auto lace : {std::make_pair(0x02, xiphLace(frames)), std::make_pair(0x06, ebmlLace(frames))}) {
-        // Block 1 at 0 ms (3 frames), block 2 at 30 ms (one frame).
-        CoreFile f(audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, (uint8_t)(0x80 | lace.first), lace.second),
-                                                    simpleBlock(1, 30, 0x80, bytesOf(5, 9))})}));
-        ASSERT_NE(nullptr, f.inst);
-        for (bool sizeFirst : {true, false}) {
-            int32_t last = 0;
-            auto got = readTrack(f.inst, 0, sizeFirst, &last);
-            EXPECT_EQ(1, last);
-            ASSERT_EQ(4u, got.size()) << "lacing " << lace.first;
-            for (int i = 0; i < 3; ++i) EXPECT_EQ(frames[(size_t)i], got[(size_t)i].data) << i;
-            EXPECT_EQ(bytesOf(5, 9), got[3].data);
-            // The first block has no duration yet; its frames share its time.
-            EXPECT_EQ(0, got[0].pts);
-            EXPECT_EQ(0, got[2].pts);
-            EXPECT_EQ(300000, got[3].pts) << "30 ms in 100 ns";
-            EXPECT_EQ(1u, got[0].key);
-        }
-    }
-}
+// What a frame must be; an empty `data` and a negative time are not checked.
+struct Want {
+    Bytes data;
+    int64_t pts = -1, end = -1;
+};
 
-TEST(Stream, LaceTimesStepByTheDurationOfAFrame) {
-    // Three unlaced blocks 30 ms apart set the audio duration, then a block
-    // of 3 Xiph-laced frames: frames step by a third of the block.
-    const std::vector<Bytes> frames = {bytesOf(4, 1), bytesOf(4, 2), bytesOf(4, 3)};
-    CoreFile f(audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(3, 0)), simpleBlock(1, 30, 0x80, bytesOf(3, 0)),
-                                                 simpleBlock(1, 60, 0x82, xiphLace(frames))})}));
-    ASSERT_NE(nullptr, f.inst);
-    auto got = readTrack(f.inst, 0);
-    ASSERT_EQ(5u, got.size());
-    EXPECT_EQ(600000, got[2].pts);
-    EXPECT_EQ(700000, got[3].pts);
-    EXPECT_EQ(800000, got[4].pts);
-    EXPECT_EQ(900000, got[4].end);
-}
-
-TEST(Stream, TwoFrameBlocksShareTheBlockTime) {
+// Each file's track 0 read to its end, with and without a size query first.
+TEST(Stream, FramesOfCraftedBlocks) {
+    const std::vector<Bytes> three = {bytesOf(300, 1), bytesOf(20, 2), bytesOf(7, 3)};
+    const std::vector<Bytes> small = {bytesOf(4, 1), bytesOf(4, 2), bytesOf(4, 3)};
     const std::vector<Bytes> two = {bytesOf(4, 1), bytesOf(6, 2)};
-    CoreFile f(audioFile("A_VORBIS", {clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(3, 0)), simpleBlock(1, 40, 0x82, xiphLace(two))})}));
-    ASSERT_NE(nullptr, f.inst);
-    auto got = readTrack(f.inst, 0);
-    ASSERT_EQ(3u, got.size());
-    EXPECT_EQ(400000, got[1].pts);
-    EXPECT_EQ(400000, got[2].pts);
-}
-
-TEST(Stream, FixedLacingDropsTheRemainder) {
-    // 3 frames over 10 payload bytes: 3 bytes each, the last byte lost.
-    Bytes payload = cat({Bytes{2}, bytesOf(10, 1)});
-    CoreFile f(audioFile("A_OPUS", {clusterOf(0, {simpleBlock(1, 0, 0x84, payload)})}));
-    ASSERT_NE(nullptr, f.inst);
-    auto got = readTrack(f.inst, 0);
-    ASSERT_EQ(3u, got.size());
-    EXPECT_EQ(Bytes({1, 2, 3}), got[0].data);
-    EXPECT_EQ(Bytes({7, 8, 9}), got[2].data);
-}
-
-TEST(Stream, BatchCodecsTakeTheWholeBlock) {
-    const std::vector<Bytes> frames = {bytesOf(4, 1), bytesOf(5, 2), bytesOf(6, 3), bytesOf(7, 4)};
-    CoreFile f(audioFile("A_MPEG/L3", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(frames))})}));
-    ASSERT_NE(nullptr, f.inst);
-    auto got = readTrack(f.inst, 0);
-    ASSERT_EQ(1u, got.size());
-    EXPECT_EQ(cat({frames[0], frames[1], frames[2], frames[3]}), got[0].data);
-}
-
-TEST(Stream, HeaderStrippingIsPutBack) {
-    Bytes strip = el(mkv::ContentEncodings, {el(mkv::ContentEncoding, {el(mkv::ContentCompression,
-                                                                          {uint_el(mkv::ContentCompAlgo, 3),
-                                                                           bin_el(mkv::ContentCompSettings, Bytes{0xFF, 0xFB})})})});
-    const std::vector<Bytes> frames = {bytesOf(4, 1), bytesOf(5, 2), bytesOf(6, 3), bytesOf(7, 4)};
-    {
-        // A batch codec: prefix + frame, four times, in one buffer.
-        CoreFile f(audioFile("A_MPEG/L3", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(frames))})}, {strip}));
-        ASSERT_NE(nullptr, f.inst);
-        auto got = readTrack(f.inst, 0);
-        ASSERT_EQ(1u, got.size());
-        Bytes expected;
-        for (const Bytes &fr : frames) expected = cat({expected, Bytes{0xFF, 0xFB}, fr});
-        EXPECT_EQ(expected, got[0].data);
-    }
-    {
-        // One frame at a time: each frame gets the prefix.
-        CoreFile f(audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(frames))})}, {strip}));
-        ASSERT_NE(nullptr, f.inst);
-        auto got = readTrack(f.inst, 0);
-        ASSERT_EQ(4u, got.size());
-        EXPECT_EQ(cat({Bytes{0xFF, 0xFB}, frames[3]}), got[3].data);
+    const std::vector<Bytes> four = {bytesOf(4, 1), bytesOf(5, 2), bytesOf(6, 3), bytesOf(7, 4)};
+    const Bytes head = {0xFF, 0xFB};
+    const Bytes strip = encodings({compression(3, head)});
+    const Bytes vp8 = tracks({trackEntry(1, 1, "V_VP8")}), subs = tracks({trackEntry(1, 0x11, "S_TEXT/UTF8")});
+    const Bytes timed = tracks({trackEntry(1, 1, "V_VP8", {uint_el(mkv::DefaultDuration, 40000000)})});
+    const Bytes timedBlocks = clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(2, 1)), simpleBlock(1, 80, 0, bytesOf(2, 2)),
+                                            simpleBlock(1, 40, 0, bytesOf(2, 3))});
+    const Bytes group1 = el(0xA0, {el(0xA1, cat({blockHeader(1, 0, 0), Bytes{'h', 'i'}})), uint_el(0x9B, 1500)});
+    const Bytes group2 = el(0xA0, {uint_el(0x9B, 1, 9), el(0xA1, cat({blockHeader(1, 2000, 0), Bytes{'x'}})),
+                                   el(0xA1, cat({blockHeader(1, 2000, 0), Bytes{'y', 'o'}}))});
+    struct {
+        const char *name;
+        Bytes file;
+        std::vector<Want> want;
+        uint32_t firstKey = 1;
+        uint32_t openParams = QMKVD_OPEN_NO_DTS;
+    } cases[] = {
+        // The first block has no duration yet: its frames share its time.
+        {"xiph_laced_one_frame_at_a_time",
+         audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(three)), simpleBlock(1, 30, 0x80, bytesOf(5, 9))})}),
+         {{three[0], 0}, {three[1], 0}, {three[2], 0}, {bytesOf(5, 9), 300000}}},
+        {"ebml_laced_one_frame_at_a_time",
+         audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x86, ebmlLace(three)), simpleBlock(1, 30, 0x80, bytesOf(5, 9))})}),
+         {{three[0], 0}, {three[1], 0}, {three[2], 0}, {bytesOf(5, 9), 300000}}},
+        // Three blocks 30 ms apart set the duration: laced frames step by a third of it.
+        {"lace_times_step_by_a_frame",
+         audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(3, 0)), simpleBlock(1, 30, 0x80, bytesOf(3, 0)),
+                                           simpleBlock(1, 60, 0x82, xiphLace(small))})}),
+         {{}, {}, {small[0], 600000}, {small[1], 700000}, {small[2], 800000, 900000}}},
+        {"two_frame_blocks_share_the_block_time",
+         audioFile("A_VORBIS", {clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(3, 0)), simpleBlock(1, 40, 0x82, xiphLace(two))})}),
+         {{}, {two[0], 400000}, {two[1], 400000}}},
+        {"fixed_lacing_drops_the_remainder",  // 3 frames over 10 bytes
+         audioFile("A_OPUS", {clusterOf(0, {simpleBlock(1, 0, 0x84, cat({Bytes{2}, bytesOf(10, 1)}))})}),
+         {{{1, 2, 3}}, {{4, 5, 6}}, {{7, 8, 9}}}},
+        {"batch_codec_takes_the_whole_block", audioFile("A_MPEG/L3", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))})}),
+         {{cat({four[0], four[1], four[2], four[3]})}}},
+        {"stripped_header_before_each_frame_of_a_batch",
+         audioFile("A_MPEG/L3", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))})}, {strip}),
+         {{cat({head, four[0], head, four[1], head, four[2], head, four[3]})}}},
+        {"stripped_header_before_each_frame",
+         audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))})}, {strip}),
+         {{cat({head, four[0]})}, {cat({head, four[1]})}, {cat({head, four[2]})}, {cat({head, four[3]})}}},
+        {"bad_lacing_skips_the_block_only",  // Xiph sizes adding up to more than the payload
+         audioFile("A_VORBIS", {clusterOf(0, {simpleBlock(1, 0, 0x82, cat({Bytes{1, 200}, bytesOf(10, 0)})),
+                                              simpleBlock(1, 10, 0x80, bytesOf(3, 7))})}),
+         {{bytesOf(3, 7)}}},
+        {"negative_time_clamped_only_in_a_cluster_at_zero",
+         file({segmentInfo(), vp8, clusterOf(0, {simpleBlock(1, -3, 0x80, bytesOf(4, 1))}),
+               clusterOf(10, {simpleBlock(1, -3, 0x80, bytesOf(4, 2))})}),
+         {{bytesOf(4, 1), 0}, {bytesOf(4, 2), 70000}}},
+        {"resynchronises_over_junk_between_clusters",
+         file({segmentInfo(), vp8, clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(4, 1))}), el(mkv::Void, Bytes(3000, 0)),
+               Bytes(2000, 0x00), clusterOf(40, {simpleBlock(1, 0, 0x80, bytesOf(4, 2))})}),
+         {{bytesOf(4, 1), 0}, {bytesOf(4, 2), 400000}}},
+        // The last Block of a group wins; a 9-byte BlockDuration is not read,
+        // so the time since the last block counts.
+        {"block_groups_and_durations", file({segmentInfo(), subs, clusterOf(0, {group1, el_header(0xA0, 0), group2})}),
+         {{{'h', 'i'}, 0, 15000000}, {{'y', 'o'}, 20000000, 40000000}}, 0},
+        {"times_as_stored", file({segmentInfo(), timed, timedBlocks}), {{}, {{}, 800000}, {{}, 400000}}},
+        {"times_from_the_frame_count", file({segmentInfo(), timed, timedBlocks}), {{}, {{}, 400000}, {{}, 800000}}, 1, 0},
+    };
+    for (const auto &c : cases) {
+        for (bool sizeFirst : {true, false}) {
+            SCOPED_TRACE(std::string(c.name) + (sizeFirst ? "" : ", read straight"));
+            CoreFile f(c.file, c.openParams);
+            ASSERT_NE(nullptr, f.inst);
+            int32_t last = 0;
+            const std::vector<CoreFrame> got = readTrack(f.inst, 0, sizeFirst, &last);
+            EXPECT_EQ(1, last);
+            ASSERT_EQ(c.want.size(), got.size());
+            for (size_t i = 0; i < got.size(); ++i) {
+                const Want &w = c.want[i];
+                EXPECT_TRUE(w.data.empty() || w.data == got[i].data) << "frame " << i;
+                EXPECT_TRUE(w.pts < 0 || w.pts == got[i].pts) << "frame " << i << " at " << got[i].pts;
+                EXPECT_TRUE(w.end < 0 || w.end == got[i].end) << "frame " << i << " ends " << got[i].end;
+            }
+            EXPECT_EQ(c.firstKey, got[0].key);
+        }
     }
 }
 
@@ -159,17 +159,6 @@ TEST(Stream, SizeQueriesDoNotAdvance) {
     qmkvds_close(s);
 }
 
-TEST(Stream, NegativeTimecodeClampOnlyInAClusterAtZero) {
-    CoreFile f(file({segmentInfo(), tracks({trackEntry(1, 1, "V_VP8")}),
-                     clusterOf(0, {simpleBlock(1, -3, 0x80, bytesOf(4, 1))}),
-                     clusterOf(10, {simpleBlock(1, -3, 0x80, bytesOf(4, 2))})}));
-    ASSERT_NE(nullptr, f.inst);
-    auto got = readTrack(f.inst, 0);
-    ASSERT_EQ(2u, got.size());
-    EXPECT_EQ(0, got[0].pts);
-    EXPECT_EQ(70000, got[1].pts) << "7 ticks of 1 ms";
-}
-
 TEST(Stream, GapEndsAudioButFillsSubtitles) {
     // Track 1 audio, track 2 subtitles; a block of track 3 25 s later.
     Bytes t = tracks({trackEntry(1, 2, "A_FLAC"), trackEntry(2, 0x11, "S_TEXT/UTF8"), trackEntry(3, 1, "V_VP8")});
@@ -188,43 +177,6 @@ TEST(Stream, GapEndsAudioButFillsSubtitles) {
     EXPECT_EQ(Bytes({'a', 'b', 'c'}), subs[0].data);
     EXPECT_TRUE(subs[1].data.empty()) << "an empty sample fills the gap";
     EXPECT_EQ(250000000 - 1000000, subs[1].pts);
-}
-
-TEST(Stream, BlockGroupsAndDurations) {
-    Bytes t = tracks({trackEntry(1, 0x11, "S_TEXT/UTF8")});
-    Bytes group1 = el(0xA0, {el(0xA1, cat({blockHeader(1, 0, 0), Bytes{'h', 'i'}})), uint_el(0x9B, 1500)});
-    Bytes group2 = el(0xA0, {uint_el(0x9B, 1, 9), el(0xA1, cat({blockHeader(1, 2000, 0), Bytes{'x'}})),
-                             el(0xA1, cat({blockHeader(1, 2000, 0), Bytes{'y', 'o'}}))});
-    Bytes emptyGroup = el_header(0xA0, 0);
-    CoreFile f(file({segmentInfo(), t, clusterOf(0, {group1, emptyGroup, group2})}));
-    ASSERT_NE(nullptr, f.inst);
-    auto got = readTrack(f.inst, 0);
-    ASSERT_EQ(2u, got.size());
-    EXPECT_EQ(Bytes({'h', 'i'}), got[0].data);
-    EXPECT_EQ(15000000, got[0].end) << "BlockDuration 1500 ms";
-    EXPECT_EQ(Bytes({'y', 'o'}), got[1].data) << "the last Block of a group wins";
-    EXPECT_EQ(20000000, got[1].pts);
-    EXPECT_EQ(40000000, got[1].end) << "a 9-byte BlockDuration is not read: the time since the last block counts";
-}
-
-TEST(Stream, ResynchronisesOverJunkBetweenClusters) {
-    const Bytes junk = cat({el(mkv::Void, Bytes(3000, 0)), Bytes(2000, 0x00)});
-    CoreFile f(file({segmentInfo(), tracks({trackEntry(1, 1, "V_VP8")}), clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(4, 1))}),
-                     junk, clusterOf(40, {simpleBlock(1, 0, 0x80, bytesOf(4, 2))})}));
-    ASSERT_NE(nullptr, f.inst);
-    auto got = readTrack(f.inst, 0);
-    ASSERT_EQ(2u, got.size());
-    EXPECT_EQ(400000, got[1].pts);
-}
-
-TEST(Stream, BadLacingSkipsTheBlockOnly) {
-    // Xiph sizes that add up to more than the payload.
-    Bytes bad = cat({Bytes{1, 200}, bytesOf(10, 0)});
-    CoreFile f(audioFile("A_VORBIS", {clusterOf(0, {simpleBlock(1, 0, 0x82, bad), simpleBlock(1, 10, 0x80, bytesOf(3, 7))})}));
-    ASSERT_NE(nullptr, f.inst);
-    auto got = readTrack(f.inst, 0);
-    ASSERT_EQ(1u, got.size());
-    EXPECT_EQ(bytesOf(3, 7), got[0].data);
 }
 
 TEST(Stream, NalTracks) {
@@ -308,25 +260,6 @@ TEST(Stream, OpenCloseRules) {
     EXPECT_EQ(-7, qmkvds_get_frm(nullptr, nullptr, 0, &size, nullptr, nullptr, nullptr));
     // Left open: deleting the instance closes it.
     ASSERT_NE(nullptr, qmkvds_open(f.inst, 0, nullptr));
-}
-
-TEST(Stream, DtsTimesComeFromTheFrameCount) {
-    Bytes t = tracks({trackEntry(1, 1, "V_VP8", {uint_el(mkv::DefaultDuration, 40000000)})});
-    Bytes data = file({segmentInfo(), t, clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(2, 1)), simpleBlock(1, 80, 0, bytesOf(2, 2)),
-                                                       simpleBlock(1, 40, 0, bytesOf(2, 3))})});
-    {
-        CoreFile pts(data, QMKVD_OPEN_NO_DTS);
-        auto got = readTrack(pts.inst, 0, false);
-        ASSERT_EQ(3u, got.size());
-        EXPECT_EQ(800000, got[1].pts);
-    }
-    {
-        CoreFile dts(data, 0);
-        auto got = readTrack(dts.inst, 0, false);
-        ASSERT_EQ(3u, got.size());
-        EXPECT_EQ(400000, got[1].pts);
-        EXPECT_EQ(800000, got[2].pts);
-    }
 }
 
 }  // namespace

@@ -89,19 +89,27 @@ intermediate() {  # NAME CMD... (OUT as in gen)
   "${args[@]}"
 }
 
-# Rewrites a Matroska file so that one track uses header stripping
-# (ContentCompression algorithm 3): the longest prefix shared by all the
-# track's frames (capped) is cut from every frame, laced or not, and stored
-# as ContentCompSettings. Sizes, SeekHead and Cues positions are recomputed,
-# so the result is an ordinary, fully indexed file. CRC-32 elements are
-# recomputed. mkvmerge 74 only offers header stripping for MPEG-4 part 2,
-# and its output there is corrupt (frames of zeros), so we do it ourselves.
-strip_headers() {  # IN OUT TRACKNUMBER MAXBYTES
+# Two rewrites of a Matroska file, sharing one small EBML reader:
+#
+# strip_headers makes one track use header stripping (ContentCompression
+# algorithm 3): the longest prefix shared by all the track's frames (capped)
+# is cut from every frame, laced or not, and stored as ContentCompSettings.
+# Sizes, SeekHead and Cues positions are recomputed, so the result is an
+# ordinary, fully indexed file. CRC-32 elements are recomputed. mkvmerge 74
+# only offers header stripping for MPEG-4 part 2, and its output there is
+# corrupt (frames of zeros), so we do it ourselves.
+#
+# long_doctype writes the EBML header with every size in its 8-byte form and
+# the DocType padded with zero bytes, both valid EBML that some writers
+# produce; the Segment follows unchanged (its positions count from its own
+# start).
+ebml_rewrite() {  # strip_headers IN OUT TRACKNUMBER MAXBYTES | long_doctype IN OUT
   python3 - "$@" <<'PY'
 import sys, zlib
 
-src, dst, track, cap = sys.argv[1], sys.argv[2], int(sys.argv[3]), int(sys.argv[4])
+mode, src, dst = sys.argv[1:4]
 data = open(src, 'rb').read()
+
 SEGMENT, SEEKHEAD, SEEK, SEEKPOS = 0x18538067, 0x114D9B74, 0x4DBB, 0x53AC
 TRACKS, TRACKENTRY, TRACKNUMBER, CONTENTENCODINGS = 0x1654AE6B, 0xAE, 0xD7, 0x6D80
 CLUSTER, SIMPLEBLOCK, BLOCKGROUP, BLOCK, CLUSTERPOS, PREVSIZE = 0x1F43B675, 0xA3, 0xA0, 0xA1, 0xA7, 0xAB
@@ -149,6 +157,25 @@ def child(e, eid):
 def uint(e):
     return int.from_bytes(e.payload, 'big')
 
+if mode == 'long_doctype':
+    def size8(v):
+        return (v | (1 << 56)).to_bytes(8, 'big')
+    assert data[:4] == b'\x1a\x45\xdf\xa3'
+    size, n, _ = rd_vint(data, 4)
+    p, end, body = 4 + n, 4 + n + size, b''
+    while p < end:
+        idn = rd_vint(data, p)[1]
+        ident = data[p:p + idn]
+        length, ln, _ = rd_vint(data, p + idn)
+        value = data[p + idn + ln:p + idn + ln + length]
+        if ident == b'\x42\x82':
+            value += b'\0' * 3
+        body += ident + size8(len(value)) + value
+        p += idn + ln + length
+    open(dst, 'wb').write(data[:4] + size8(len(body)) + body + data[end:])
+    sys.exit()
+
+track, cap = int(sys.argv[4]), int(sys.argv[5])
 top = parse(data, 0, len(data))
 seg = next(e for e in top if e.id == SEGMENT)
 by_off = {e.off: e for e in walk(top)}
@@ -240,44 +267,6 @@ open(dst, 'wb').write(b''.join(e.blob for e in top))
 PY
 }
 
-
-# The EBML header rewritten with every size in its 8-byte form and the
-# DocType padded with zero bytes, both valid EBML that some writers produce;
-# the Segment follows unchanged (its positions count from its own start).
-long_doctype() {  # IN OUT
-  python3 - "$@" <<'PY'
-import sys
-
-src, dst = sys.argv[1], sys.argv[2]
-data = open(src, 'rb').read()
-
-def rd_vint(b, p):
-    n = 1
-    while not b[p] & (0x80 >> (n - 1)):
-        n += 1
-    v = b[p] & (0xFF >> n)
-    for i in range(1, n):
-        v = (v << 8) | b[p + i]
-    return v, n
-
-def size8(v):
-    return (v | (1 << 56)).to_bytes(8, 'big')
-
-assert data[:4] == b'\x1a\x45\xdf\xa3'
-size, n = rd_vint(data, 4)
-p, end, body = 4 + n, 4 + n + size, b''
-while p < end:
-    _, idn = rd_vint(data, p)
-    ident = data[p:p + idn]
-    length, ln = rd_vint(data, p + idn)
-    value = data[p + idn + ln:p + idn + ln + length]
-    if ident == b'\x42\x82':
-        value += b'\0' * 3
-    body += ident + size8(len(value)) + value
-    p += idn + ln + length
-open(dst, 'wb').write(data[:4] + size8(len(body)) + body + data[end:])
-PY
-}
 # --- video with audio -------------------------------------------------------
 
 gen h264_aac.mkv "H.264 High 160x120 25 fps (B-frames) + AAC-LC stereo 48 kHz, 3 s, ffmpeg, cues after the clusters" \
@@ -411,13 +400,13 @@ gen laced_xiph_ac3.mka "mkvmerge --engage lacing_xiph: AC-3 stereo laced with Xi
 gen zlib_aac_srt.mkv "mkvmerge --compression zlib on the AAC (track 2) and SRT (track 3) tracks, H.264 + AAC + SRT" \
   "${MM[@]}" -o OUT --compression 1:zlib "$out/h264_aac.mkv" -A -D --compression 1:zlib "$out/h264_srt.mkv"
 gen hdrstrip_mpeg4.mkv "header stripping (00 00 01) on the MPEG-4 part 2 track 1 of mpeg4_mp3.mkv (ffmpeg-made, with CRC-32 elements)" \
-  strip_headers "$out/mpeg4_mp3.mkv" OUT 1 3
+  ebml_rewrite strip_headers "$out/mpeg4_mp3.mkv" OUT 1 3
 gen hdrstrip_h264.mkv "header stripping (ContentCompAlgo 3) on the H.264 track 1 of mkvmerge_h264_aac.mkv; frames otherwise identical" \
-  strip_headers "$out/mkvmerge_h264_aac.mkv" OUT 1 2
+  ebml_rewrite strip_headers "$out/mkvmerge_h264_aac.mkv" OUT 1 2
 gen hdrstrip_mp3.mkv "header stripping (ContentCompAlgo 3) on the laced MP3 track 2 of mkvmerge_h264_mp3.mkv; frames otherwise identical" \
-  strip_headers "$out/mkvmerge_h264_mp3.mkv" OUT 2 3
+  ebml_rewrite strip_headers "$out/mkvmerge_h264_mp3.mkv" OUT 2 3
 gen long_doctype.mkv "h264_aac.mkv with its EBML header's sizes in 8-byte form and the DocType padded with zero bytes" \
-  long_doctype "$out/h264_aac.mkv" OUT
+  ebml_rewrite long_doctype "$out/h264_aac.mkv" OUT
 
 intermediate mono.wav "${FF[@]}" $(mono 2 44100) -c:a pcm_s16le OUT
 intermediate mono_eac3.mka "${FF[@]}" $(mono 2 48000) -c:a eac3 -b:a 96k OUT

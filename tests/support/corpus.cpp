@@ -1,5 +1,6 @@
 #include "tests/support/corpus.h"
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
@@ -60,6 +61,15 @@ std::vector<uint8_t> readBytes(const std::string &path) {
 
 void writeBytes(const std::string &path, const std::vector<uint8_t> &bytes) {
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()), (long)bytes.size());
+}
+
+std::vector<uint8_t> commandOutput(const std::string &command) {
+    std::vector<uint8_t> out;
+    FILE *p = popen(command.c_str(), "r");
+    uint8_t buf[65536];
+    for (size_t n; p != nullptr && (n = fread(buf, 1, sizeof buf, p)) > 0;) out.insert(out.end(), buf, buf + n);
+    if (p != nullptr) pclose(p);
+    return out;
 }
 
 std::string testName(const ::testing::TestParamInfo<std::string> &info) {

@@ -33,6 +33,8 @@ std::vector<CorpusEntry> corpusFiles();
 std::vector<uint8_t> readBytes(const std::string &path);
 // Writes `bytes` as the whole file at `path`.
 void writeBytes(const std::string &path, const std::vector<uint8_t> &bytes);
+// What the shell command `command` writes to its standard output.
+std::vector<uint8_t> commandOutput(const std::string &command);
 
 // A parameterised test's name for a file name: "h264_aac.mkv" -> "h264_aac_mkv".
 std::string testName(const ::testing::TestParamInfo<std::string> &info);

@@ -1,4 +1,4 @@
-// The core opened over a real file, as the plug-in opens it.
+// Frames as the core delivers them.
 #ifndef QMKV_TEST_FILE_CORE_H_
 #define QMKV_TEST_FILE_CORE_H_
 
@@ -7,27 +7,9 @@
 #include <string>
 #include <vector>
 
-#include <media/MediaExtractorPluginHelper.h>
-#include <qmkvhost/FileSource.h>
-
 #include "demux/qmkvd.h"
-#include "extractor/mfal/qcmn_mfal_android_q.h"
 
 namespace qmkv_test {
-
-struct FileCore {
-    explicit FileCore(const std::string &path, uint32_t openParams = QMKVD_OPEN_NO_DTS);
-    ~FileCore();
-    FileCore(const FileCore &) = delete;
-    FileCore &operator=(const FileCore &) = delete;
-
-    qmkvhost::FileSource source;
-    android::DataSourceHelper helper;
-    QCMN_MFAL mfal;
-    qmkvd_format format;
-    int32_t error = 1;
-    qmkvd *inst = nullptr;
-};
 
 struct CoreFrame {
     int64_t pts = 0, end = 0;  // 100 ns
@@ -43,6 +25,15 @@ struct CoreFrame {
 // 200000, so that a damaged file cannot keep a test busy. `last` gets the
 // code that ended the stream.
 std::vector<CoreFrame> readCoreFrames(qmkvd *inst, int index, int32_t *last = nullptr, bool sizeFirst = true);
+
+// A fresh handle of track `index` sought to `time` (100 ns) by `mode`, then
+// read straight on to the end (nothing is read when the seek fails).
+struct CoreSeek {
+    int32_t result = -99;  // the seek's, or -99 when the handle did not open
+    int64_t found = -1;    // where it landed
+    std::vector<CoreFrame> frames;
+};
+CoreSeek seekCoreFrames(qmkvd *inst, int index, uint64_t time, int32_t mode);
 
 // A length-prefixed AVC/HEVC frame (as libavformat hands it over) in the
 // start-code form the core delivers.

@@ -75,6 +75,17 @@ Bytes ebmlLace(const std::vector<Bytes> &frames) {
     return cat({out, framesOf(frames)});
 }
 
+Bytes encodings(std::initializer_list<Bytes> children) {
+    return el(mkv::ContentEncodings, {el(mkv::ContentEncoding, children)});
+}
+
+Bytes compression(uint64_t algo, const Bytes &settings) {
+    const Bytes a = uint_el(mkv::ContentCompAlgo, algo);
+    return el(mkv::ContentCompression, settings.empty() ? a : cat({a, bin_el(mkv::ContentCompSettings, settings)}));
+}
+
+Bytes encryption() { return el(mkv::ContentEncryption, Bytes{0x47, 0xE1, 0x81, 5}); }
+
 Bytes clusterOf(uint64_t timecode, std::initializer_list<Bytes> blocks) {
     return el(mkv::Cluster, cat({uint_el(mkv::Timecode, timecode), cat(blocks)}));
 }

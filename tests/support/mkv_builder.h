@@ -37,6 +37,12 @@ Bytes segmentInfo(double durationTicks = 1000.0, std::initializer_list<Bytes> ex
 // A TrackEntry with number, type and CodecID, plus any extra children.
 Bytes trackEntry(uint32_t number, uint8_t type, const std::string &codecId, std::initializer_list<Bytes> extra = {});
 Bytes tracks(std::initializer_list<Bytes> entries);
+// A TrackEntry's ContentEncodings with one ContentEncoding of `children`;
+// a ContentCompression by `algo` (3, header stripping: `settings` are the
+// stripped bytes); a ContentEncryption.
+Bytes encodings(std::initializer_list<Bytes> children);
+Bytes compression(uint64_t algo, const Bytes &settings = {});
+Bytes encryption();
 // A small Cluster holding one key frame of track 1.
 Bytes cluster(uint64_t timecode = 0);
 // Block header: track number, 16-bit relative timecode, flags.
