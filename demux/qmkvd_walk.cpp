@@ -13,7 +13,6 @@ int64_t qmkvd_end_of(int64_t pos, uint64_t size) {
 
 namespace {
 
-
 // The child header at `pos`, in one read of the file; the file is left on
 // the child's data.
 int32_t read_header(const qmkvd_io *io, int64_t pos, qmkvd_child *child) {

@@ -6,17 +6,7 @@
 
 #include <utils/Log.h>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QMKVHOST_ASAN 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(QMKVHOST_ASAN)
-#include <sanitizer/asan_interface.h>
-#else
-#define ASAN_POISON_MEMORY_REGION(addr, size) ((void)(addr), (void)(size))
-#define ASAN_UNPOISON_MEMORY_REGION(addr, size) ((void)(addr), (void)(size))
-#endif
+#include <sanitizer/asan_interface.h>  // its marks do nothing without ASan
 #if __has_include(<valgrind/memcheck.h>)
 #include <valgrind/memcheck.h>
 #else
