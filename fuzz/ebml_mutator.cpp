@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <random>
+#include <vector>
 
 namespace qmkv_fuzz {
 
@@ -11,7 +12,8 @@ namespace {
 
 // Bounds that keep one mutation cheap next to one execution.
 const int kMaxDepth = 12;
-const size_t kMaxElements = 4096;
+const size_t kMaxElements = 4096;            // read from one input
+const size_t kMaxNodes = 3 * kMaxElements;  // with the copies mutations add
 const uint32_t kSimpleBlock = 0xA3, kBlock = 0xA1, kSegment = 0x18538067, kCluster = 0x1F43B675;
 
 const uint32_t kMasters[] = {
@@ -29,6 +31,16 @@ const uint32_t kTopLevel[] = {0x114D9B74, 0x1549A966, 0x1654AE6B, kCluster,
 const uint32_t kOtherIds[] = {kCluster, 0xA0, kSimpleBlock, kBlock, 0xE7, 0xAE, 0xD7, 0x83, 0x86, 0x63A2, 0xE0, 0xE1,
                               0xB0, 0xBA, 0xB5, 0x9F, 0x1C53BB6B, 0xBB, 0xB3, 0xB7, 0xF7, 0xF1, 0x2AD7B1, 0x4489,
                               0x6D80, 0x5031, 0x5034, 0x4254, 0x4255, 0x9B, 0xFB, 0xEC, 0x1A45DFA3, 0x4282};
+
+// A size field's bytes as written (1 to 8).
+struct SizeField {
+    uint8_t bytes[8] = {};
+    uint8_t length = 0;
+    size_t size() const { return length; }
+    const uint8_t *begin() const { return bytes; }
+    const uint8_t *end() const { return bytes + length; }
+    uint8_t operator[](size_t i) const { return bytes[i]; }
+};
 
 template <size_t N>
 bool among(uint32_t id, const uint32_t (&ids)[N]) {
@@ -59,20 +71,150 @@ SizeField sizeField(uint64_t value, size_t length) {
     return f;
 }
 
-struct Parser {
-    const uint8_t *base;
-    size_t count = 0;
+// An element as written: ID and size field bytes are kept as they stand
+// unless the element's data changes length. A node without an ID holds
+// bytes that did not parse as an element; a tree's root holds the
+// top-level elements and is not written itself.
+struct Node {
+    uint32_t id = 0;
+    uint8_t idLength = 0;
+    SizeField sizeField;
+    bool sizeFixed = false;  // written as it stands even if it does not match
+    bool master = false;
+    // A leaf's data, or what follows a master's children: in the input, or
+    // in a block of changed bytes.
+    const uint8_t *data = nullptr;
+    size_t dataLength = 0;
+    int32_t firstChild = -1, next = -1;
+};
 
-    // Elements in [pos, end); `topLevel` ends an unknown-size parent's run
-    // at the next of the Segment's children.
-    std::vector<EbmlElement> run(size_t pos, size_t end, int depth, bool stopAtTopLevel, size_t *stop) {
-        std::vector<EbmlElement> out;
+// An element by where it sits, so that it can be taken out or put next to.
+struct Slot {
+    int32_t node, prev, parent;
+};
+
+// Trees in one flat table with links by index, kept from one mutation to the
+// next: once the tables have grown, a mutation allocates nothing (a heap
+// block per element made a mutation cost as much as an execution).
+class Trees {
+public:
+    void reset() {
+        mNodes.clear();
+        mChangedUsed = 0;
+    }
+
+    Node &operator[](int32_t n) { return mNodes[(size_t)n]; }
+
+    // The root of the tree read from `data`.
+    int32_t parse(const uint8_t *data, size_t size) {
+        const int32_t root = add(Node{});
+        mNodes[(size_t)root].master = true;
+        size_t count = 0;
+        run(data, 0, size, 0, false, root, &count);
+        return root;
+    }
+
+    // Every element under `parent`, depth first.
+    void collect(int32_t parent, std::vector<Slot> *out) {
+        int32_t prev = -1;
+        for (int32_t c = mNodes[(size_t)parent].firstChild; c >= 0; prev = c, c = mNodes[(size_t)c].next) {
+            if (mNodes[(size_t)c].idLength == 0) continue;
+            out->push_back({c, prev, parent});
+            collect(c, out);
+        }
+    }
+
+    size_t childCount(int32_t parent) {
+        size_t n = 0;
+        for (int32_t c = mNodes[(size_t)parent].firstChild; c >= 0; c = mNodes[(size_t)c].next) ++n;
+        return n;
+    }
+
+    int32_t childAt(int32_t parent, size_t k) {
+        int32_t c = mNodes[(size_t)parent].firstChild;
+        while (k-- > 0) c = mNodes[(size_t)c].next;
+        return c;
+    }
+
+    void unlink(const Slot &s) {
+        const int32_t after = mNodes[(size_t)s.node].next;
+        if (s.prev >= 0) mNodes[(size_t)s.prev].next = after;
+        else mNodes[(size_t)s.parent].firstChild = after;
+    }
+
+    // `node` as the `k`th child of `parent` (0 to their count).
+    void insert(int32_t parent, int32_t node, size_t k) {
+        if (k == 0) {
+            mNodes[(size_t)node].next = mNodes[(size_t)parent].firstChild;
+            mNodes[(size_t)parent].firstChild = node;
+            return;
+        }
+        const int32_t before = childAt(parent, k - 1);
+        mNodes[(size_t)node].next = mNodes[(size_t)before].next;
+        mNodes[(size_t)before].next = node;
+    }
+
+    // A copy of `node` and everything under it, unlinked; -1 when the table
+    // is full.
+    int32_t copy(int32_t node) {
+        if (mNodes.size() >= kMaxNodes) return -1;
+        Node n = mNodes[(size_t)node];
+        n.firstChild = n.next = -1;
+        const int32_t at = add(n);
+        int32_t last = -1;
+        for (int32_t c = mNodes[(size_t)node].firstChild; c >= 0; c = mNodes[(size_t)c].next) {
+            const int32_t cc = copy(c);
+            if (cc < 0) break;
+            if (last < 0) mNodes[(size_t)at].firstChild = cc;
+            else mNodes[(size_t)last].next = cc;
+            last = cc;
+        }
+        return at;
+    }
+
+    // A block of its own for `node`'s data, holding it and `extra` bytes of
+    // room; copies share their data, so a change never goes in place.
+    std::vector<uint8_t> &own(int32_t node, size_t extra) {
+        if (mChangedUsed == mChanged.size()) mChanged.emplace_back();
+        std::vector<uint8_t> &block = mChanged[mChangedUsed++];
+        const Node &n = mNodes[(size_t)node];
+        block.assign(n.data, n.data + n.dataLength);
+        block.reserve(n.dataLength + extra);
+        return block;
+    }
+
+    // The tree under `root` written out, every size not fixed made to fit.
+    const std::vector<uint8_t> &serialize(int32_t root) {
+        mOut.clear();
+        for (int32_t c = mNodes[(size_t)root].firstChild; c >= 0; c = mNodes[(size_t)c].next) write(c);
+        return mOut;
+    }
+
+private:
+    int32_t add(const Node &n) {
+        mNodes.push_back(n);
+        return (int32_t)mNodes.size() - 1;
+    }
+
+    // Elements in [pos, end) under `parent`; `stopAtTopLevel` ends an
+    // unknown-size parent's run at the next of the Segment's children.
+    // Returns where the run stopped.
+    size_t run(const uint8_t *base, size_t pos, size_t end, int depth, bool stopAtTopLevel, int32_t parent,
+               size_t *count) {
+        int32_t last = -1;
+        auto append = [&](const Node &n) {
+            const int32_t at = add(n);
+            if (last < 0) mNodes[(size_t)parent].firstChild = at;
+            else mNodes[(size_t)last].next = at;
+            last = at;
+            return at;
+        };
         while (pos < end) {
-            EbmlElement e;
+            Node e;
             const int idLength = vintLength(base[pos], 4);
             const size_t sizeAt = pos + (size_t)idLength;
             const int sizeLength = idLength > 0 && sizeAt < end ? vintLength(base[sizeAt], 8) : 0;
-            if (sizeLength == 0 || sizeAt + (size_t)sizeLength > end || ++count > kMaxElements) break;
+            if (sizeLength == 0 || sizeAt + (size_t)sizeLength > end || ++*count > kMaxElements) break;
             for (int i = 0; i < idLength; ++i) e.id = (e.id << 8) | base[pos + (size_t)i];
             if (stopAtTopLevel && among(e.id, kTopLevel)) break;
             e.idLength = (uint8_t)idLength;
@@ -87,106 +229,107 @@ struct Parser {
             // as it stands: the data then ends with the parent.
             e.sizeFixed = dataEnd == end && (unknown || declared != end - dataAt);
             e.master = among(e.id, kMasters) && depth < kMaxDepth;
+            const int32_t at = append(e);
             size_t childrenEnd = dataAt;
-            if (e.master)
-                e.children = run(dataAt, dataEnd, depth + 1, unknown && e.id != kSegment, &childrenEnd);
+            if (e.master) childrenEnd = run(base, dataAt, dataEnd, depth + 1, unknown && e.id != kSegment, at, count);
             if (unknown && e.master && childrenEnd < dataEnd) {
                 dataEnd = childrenEnd;  // the next top-level element follows
             } else {
-                e.data.assign(base + childrenEnd, base + dataEnd);
+                mNodes[(size_t)at].data = base + childrenEnd;
+                mNodes[(size_t)at].dataLength = dataEnd - childrenEnd;
             }
-            out.push_back(std::move(e));
             pos = dataEnd;
         }
-        *stop = pos;
         if (pos < end && !stopAtTopLevel) {
-            EbmlElement rest;  // bytes that do not parse, kept as they are
-            rest.data.assign(base + pos, base + end);
-            out.push_back(std::move(rest));
-            *stop = end;
+            Node rest;  // bytes that do not parse, kept as they are
+            rest.data = base + pos;
+            rest.dataLength = end - pos;
+            append(rest);
+            return end;
         }
-        return out;
+        return pos;
     }
+
+    void write(int32_t node) {
+        const Node &e = mNodes[(size_t)node];
+        if (e.idLength == 0) {
+            mOut.insert(mOut.end(), e.data, e.data + e.dataLength);
+            return;
+        }
+        for (int i = e.idLength; i-- > 0;) mOut.push_back((uint8_t)(e.id >> (8 * i)));
+        const size_t headerAt = mOut.size();
+        mOut.insert(mOut.end(), e.sizeField.begin(), e.sizeField.end());
+        const size_t dataAt = mOut.size();
+        for (int32_t c = e.firstChild; c >= 0; c = mNodes[(size_t)c].next) write(c);
+        mOut.insert(mOut.end(), e.data, e.data + e.dataLength);
+        if (e.sizeFixed) return;
+        // The true size, in the field's own length when it fits.
+        const uint64_t size = mOut.size() - dataAt;
+        size_t length = e.sizeField.size();
+        while (length < 8 && size >= (1ull << (7 * length)) - 1) ++length;
+        const SizeField field = sizeField(size, length);
+        if (length == e.sizeField.size()) {
+            memcpy(mOut.data() + headerAt, field.bytes, length);
+            return;
+        }
+        mOut.erase(mOut.begin() + (ptrdiff_t)headerAt, mOut.begin() + (ptrdiff_t)dataAt);
+        mOut.insert(mOut.begin() + (ptrdiff_t)headerAt, field.begin(), field.end());
+    }
+
+    std::vector<Node> mNodes;
+    // Changed data, one block per change; blocks keep their room for the
+    // next mutations.
+    std::vector<std::vector<uint8_t>> mChanged;
+    size_t mChangedUsed = 0;
+    std::vector<uint8_t> mOut;
 };
-
-void write(const EbmlElement &e, std::vector<uint8_t> *out) {
-    for (int i = e.idLength; i-- > 0;) out->push_back((uint8_t)(e.id >> (8 * i)));
-    if (e.idLength == 0) {
-        out->insert(out->end(), e.data.begin(), e.data.end());
-        return;
-    }
-    const size_t headerAt = out->size();
-    out->insert(out->end(), e.sizeField.begin(), e.sizeField.end());
-    const size_t dataAt = out->size();
-    for (const EbmlElement &c : e.children) write(c, out);
-    out->insert(out->end(), e.data.begin(), e.data.end());
-    if (e.sizeFixed) return;
-    // The true size, in the field's own length when it fits.
-    const uint64_t size = out->size() - dataAt;
-    size_t length = e.sizeField.size();
-    while (length < 8 && size >= (1ull << (7 * length)) - 1) ++length;
-    const SizeField field = sizeField(size, length);
-    out->erase(out->begin() + (ptrdiff_t)headerAt, out->begin() + (ptrdiff_t)dataAt);
-    out->insert(out->begin() + (ptrdiff_t)headerAt, field.begin(), field.end());
-}
-
-// An element by where it sits, so that it can be taken out or put next to.
-struct Slot {
-    std::vector<EbmlElement> *siblings;
-    size_t index;
-    const EbmlElement *parent;
-    EbmlElement &get() const { return (*siblings)[index]; }
-};
-
-void collect(std::vector<EbmlElement> *list, const EbmlElement *parent, std::vector<Slot> *out) {
-    for (size_t i = 0; i < list->size(); ++i) {
-        if ((*list)[i].idLength == 0) continue;
-        out->push_back({list, i, parent});
-        collect(&(*list)[i].children, &(*list)[i], out);
-    }
-}
 
 class Mutator {
 public:
-    Mutator(unsigned seed, ByteMutator bytes) : mRng(seed), mBytes(bytes) {}
+    Mutator(Trees &trees, unsigned seed, ByteMutator bytes) : mTrees(trees), mRng(seed), mBytes(bytes) {}
 
-    // One structural change to `tree`; false when none applied.
-    bool mutate(std::vector<EbmlElement> *tree) {
-        std::vector<Slot> slots;
-        collect(tree, nullptr, &slots);
-        if (slots.empty()) return false;
-        const Slot s = pick(slots);
+    // One structural change to the tree under `root`; false when none
+    // applied.
+    bool mutate(int32_t root) {
+        mSlots.clear();
+        mTrees.collect(root, &mSlots);
+        if (mSlots.empty()) return false;
+        const Slot s = pick();
         switch (below(8)) {
-            case 0: return resize(s.get());
+            case 0: return resize(mTrees[s.node]);
             case 1:
-                s.siblings->erase(s.siblings->begin() + (ptrdiff_t)s.index);
+                mTrees.unlink(s);
                 return true;
             case 2: {
-                const EbmlElement copy = s.get();
-                s.siblings->insert(s.siblings->begin() + (ptrdiff_t)below(s.siblings->size() + 1), copy);
+                const int32_t copy = mTrees.copy(s.node);
+                if (copy < 0) return false;
+                mTrees.insert(s.parent, copy, below(mTrees.childCount(s.parent) + 1));
                 return true;
             }
-            case 3: return move(tree, s);
+            case 3: return move(root, s);
             case 4: return swapId(s);
-            case 5: return damageBlock(slots);
-            case 6: return changeData(s.get());
-            default: return changeData(pickLeaf(slots));
+            case 5: return damageBlock();
+            case 6: return changeData(s.node);
+            default: return changeData(pickLeaf());
         }
     }
 
-    // An element from the other input, under a master of the kind it came
-    // from when there is one.
-    bool splice(std::vector<EbmlElement> *tree, std::vector<EbmlElement> *donor) {
-        std::vector<Slot> slots, theirs;
-        collect(tree, nullptr, &slots);
-        collect(donor, nullptr, &theirs);
+    // An element of the tree under `donor`, under a master of the kind it
+    // came from when there is one.
+    bool splice(int32_t root, int32_t donor) {
+        std::vector<Slot> &theirs = mDonorSlots;
+        mSlots.clear();
+        theirs.clear();
+        mTrees.collect(root, &mSlots);
+        mTrees.collect(donor, &theirs);
         if (theirs.empty()) return false;
-        const Slot &from = theirs[below(theirs.size())];
-        std::vector<EbmlElement> *into = tree;
-        if (!slots.empty()) into = slots[below(slots.size())].siblings;
-        for (const Slot &s : slots)
-            if (from.parent != nullptr && s.get().id == from.parent->id && chance(2)) into = &s.get().children;
-        into->insert(into->begin() + (ptrdiff_t)below(into->size() + 1), from.get());
+        const Slot from = theirs[below(theirs.size())];
+        int32_t into = root;
+        if (!mSlots.empty()) into = mSlots[below(mSlots.size())].parent;
+        for (const Slot &s : mSlots)
+            if (from.parent != donor && mTrees[s.node].id == mTrees[from.parent].id && chance(2)) into = s.node;
+        // The donor's node itself: nothing else of the donor is written.
+        mTrees.insert(into, from.node, below(mTrees.childCount(into) + 1));
         return true;
     }
 
@@ -195,26 +338,27 @@ private:
     bool chance(unsigned oneIn) { return below(oneIn) == 0; }
 
     // Half the time one of the elements a demuxer's structure hangs on.
-    Slot pick(const std::vector<Slot> &slots) {
+    Slot pick() {
         if (chance(2)) {
-            std::vector<Slot> masters;
-            for (const Slot &s : slots)
-                if (s.get().master && s.get().id != kSegment) masters.push_back(s);
-            if (!masters.empty()) return masters[below(masters.size())];
+            auto structural = [&](const Slot &s) { return mTrees[s.node].master && mTrees[s.node].id != kSegment; };
+            const size_t masters = (size_t)std::count_if(mSlots.begin(), mSlots.end(), structural);
+            size_t k = below(masters);
+            for (const Slot &s : mSlots)
+                if (masters > 0 && structural(s) && k-- == 0) return s;
         }
-        return slots[below(slots.size())];
+        return mSlots[below(mSlots.size())];
     }
 
-    EbmlElement &pickLeaf(std::vector<Slot> &slots) {
+    int32_t pickLeaf() {
         for (int tries = 0; tries < 8; ++tries) {
-            EbmlElement &e = slots[below(slots.size())].get();
-            if (!e.master) return e;
+            const int32_t n = mSlots[below(mSlots.size())].node;
+            if (!mTrees[n].master) return n;
         }
-        return slots[below(slots.size())].get();
+        return mSlots[below(mSlots.size())].node;
     }
 
     // Larger, smaller, unknown, or the true size in the 8-byte form.
-    bool resize(EbmlElement &e) {
+    bool resize(Node &e) {
         const uint64_t was = sizeValue(e.sizeField);
         const size_t length = e.sizeField.size();
         const uint64_t most = (1ull << (7 * length)) - 2;
@@ -238,25 +382,25 @@ private:
 
     // Elsewhere among its siblings, or into another master; taken out
     // first, so that the places it may go are those left.
-    bool move(std::vector<EbmlElement> *tree, const Slot &s) {
-        EbmlElement moved = std::move(s.get());
-        s.siblings->erase(s.siblings->begin() + (ptrdiff_t)s.index);
-        std::vector<EbmlElement> *into = s.siblings;
-        std::vector<Slot> left;
-        collect(tree, nullptr, &left);
-        if (!left.empty() && chance(3)) {
-            EbmlElement &target = left[below(left.size())].get();
-            if (target.master) into = &target.children;
+    bool move(int32_t root, const Slot &s) {
+        mTrees.unlink(s);
+        int32_t into = s.parent;
+        mSlots.clear();
+        mTrees.collect(root, &mSlots);
+        if (!mSlots.empty() && chance(3)) {
+            const int32_t target = mSlots[below(mSlots.size())].node;
+            if (mTrees[target].master) into = target;
         }
-        into->insert(into->begin() + (ptrdiff_t)below(into->size() + 1), std::move(moved));
+        mTrees.insert(into, s.node, below(mTrees.childCount(into) + 1));
         return true;
     }
 
     // A sibling's ID, or one of the IDs the demuxer looks for.
     bool swapId(const Slot &s) {
-        EbmlElement &e = s.get();
         uint32_t id = kOtherIds[below(std::size(kOtherIds))];
-        if (chance(2) && s.siblings->size() > 1) id = (*s.siblings)[below(s.siblings->size())].id;
+        const size_t siblings = mTrees.childCount(s.parent);
+        if (chance(2) && siblings > 1) id = mTrees[mTrees.childAt(s.parent, below(siblings))].id;
+        Node &e = mTrees[s.node];
         if (id == 0 || id == e.id) return false;
         e.id = id;
         e.idLength = (uint8_t)(id > 0xFFFFFF ? 4 : id > 0xFFFF ? 3 : id > 0xFF ? 2 : 1);
@@ -265,15 +409,22 @@ private:
 
     // A block's lacing: its kind, frame count or frame sizes changed, or the
     // block cut inside them.
-    bool damageBlock(std::vector<Slot> &slots) {
-        std::vector<EbmlElement *> blocks;
-        for (const Slot &s : slots)
-            if ((s.get().id == kSimpleBlock || s.get().id == kBlock) && !s.get().master) blocks.push_back(&s.get());
-        if (blocks.empty()) return false;
-        std::vector<uint8_t> &d = blocks[below(blocks.size())]->data;
-        const int trackLength = d.empty() ? 0 : vintLength(d[0], 8);
+    bool damageBlock() {
+        auto isBlock = [&](const Slot &s) {
+            const Node &n = mTrees[s.node];
+            return (n.id == kSimpleBlock || n.id == kBlock) && !n.master;
+        };
+        const size_t blocks = (size_t)std::count_if(mSlots.begin(), mSlots.end(), isBlock);
+        if (blocks == 0) return false;
+        size_t k = below(blocks);
+        int32_t node = -1;
+        for (const Slot &s : mSlots)
+            if (isBlock(s) && k-- == 0) node = s.node;
+        const Node &n = mTrees[node];
+        const int trackLength = n.dataLength == 0 ? 0 : vintLength(n.data[0], 8);
         const size_t flags = (size_t)trackLength + 2;
-        if (trackLength == 0 || d.size() <= flags) return false;
+        if (trackLength == 0 || n.dataLength <= flags) return false;
+        std::vector<uint8_t> &d = mTrees.own(node, 1);
         switch (below(4)) {
             case 0: d[flags] = (uint8_t)((d[flags] & ~6) | (below(4) << 1)); break;
             case 1:
@@ -285,22 +436,37 @@ private:
                 break;
             default: d.resize(flags + 1 + below(std::min<size_t>(d.size() - flags, 24))); break;
         }
+        mTrees[node].data = d.data();
+        mTrees[node].dataLength = d.size();
         return true;
     }
 
     // libFuzzer's byte mutation inside one element's data.
-    bool changeData(EbmlElement &e) {
+    bool changeData(int32_t node) {
         if (mBytes == nullptr) return false;
-        if (e.data.empty()) e.data.push_back(0);
-        const size_t size = e.data.size(), most = size * 2 + 16;
-        e.data.resize(most);
-        e.data.resize(mBytes(e.data.data(), size, most));
+        const size_t size = std::max<size_t>(mTrees[node].dataLength, 1), most = size * 2 + 16;
+        std::vector<uint8_t> &d = mTrees.own(node, most);
+        d.resize(most);  // an empty element gets one zero byte to change
+        mTrees[node].data = d.data();
+        mTrees[node].dataLength = mBytes(d.data(), size, most);
         return true;
     }
 
+    Trees &mTrees;
     std::minstd_rand mRng;
     ByteMutator mBytes;
+    // Kept from one mutation to the next, as the trees are.
+    static std::vector<Slot> mSlots, mDonorSlots;
 };
+
+std::vector<Slot> Mutator::mSlots, Mutator::mDonorSlots;
+
+// The trees of the mutation under way; libFuzzer mutates on one thread.
+Trees &scratch() {
+    static Trees trees;
+    trees.reset();
+    return trees;
+}
 
 // `bytes` into `out` when they fit and differ from its first `size` bytes.
 bool store(const std::vector<uint8_t> &bytes, uint8_t *out, size_t size, size_t maxSize, size_t *stored) {
@@ -313,37 +479,28 @@ bool store(const std::vector<uint8_t> &bytes, uint8_t *out, size_t size, size_t 
 
 }  // namespace
 
-std::vector<EbmlElement> parseEbml(const uint8_t *data, size_t size) {
-    Parser p{data};
-    size_t stop = 0;
-    return p.run(0, size, 0, false, &stop);
-}
-
-std::vector<uint8_t> serializeEbml(const std::vector<EbmlElement> &elements) {
-    std::vector<uint8_t> out;
-    for (const EbmlElement &e : elements) write(e, &out);
-    return out;
-}
-
 size_t mutateEbml(uint8_t *data, size_t size, size_t maxSize, unsigned seed, ByteMutator bytes) {
     // A fifth of the time, and whenever the structure gives nothing to
     // work on, libFuzzer's byte mutation over the whole input.
     if (seed % 5 != 0) {
-        Mutator m(seed, bytes);
-        std::vector<EbmlElement> tree = parseEbml(data, size);
+        Trees &trees = scratch();
+        const int32_t root = trees.parse(data, size);
+        Mutator m(trees, seed, bytes);
         bool changed = false;
-        for (unsigned n = 1 + seed / 5 % 3; n > 0; --n) changed = m.mutate(&tree) || changed;
-        if (changed && store(serializeEbml(tree), data, size, maxSize, &size)) return size;
+        for (unsigned n = 1 + seed / 5 % 3; n > 0; --n) changed = m.mutate(root) || changed;
+        // Written out before `data` is overwritten: the tree reads from it.
+        if (changed && store(trees.serialize(root), data, size, maxSize, &size)) return size;
     }
     return bytes != nullptr ? bytes(data, size, maxSize) : size;
 }
 
 size_t crossOverEbml(const uint8_t *data1, size_t size1, const uint8_t *data2, size_t size2, uint8_t *out,
                      size_t maxOutSize, unsigned seed) {
-    Mutator m(seed, nullptr);
-    std::vector<EbmlElement> tree = parseEbml(data1, size1), donor = parseEbml(data2, size2);
+    Trees &trees = scratch();
+    const int32_t root = trees.parse(data1, size1), donor = trees.parse(data2, size2);
+    Mutator m(trees, seed, nullptr);
     size_t size = 0;
-    if (m.splice(&tree, &donor) && store(serializeEbml(tree), out, 0, maxOutSize, &size)) return size;
+    if (m.splice(root, donor) && store(trees.serialize(root), out, 0, maxOutSize, &size)) return size;
     return 0;
 }
 
