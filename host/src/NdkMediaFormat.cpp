@@ -329,7 +329,8 @@ namespace qmkvhost {
 std::vector<FormatEntry> formatEntries(AMediaFormat *format) {
     std::vector<FormatEntry> out;
     if (format == nullptr) return out;
-    for (const auto &e : format->entries) out.push_back({e->name, e->type});
+    out.reserve(format->entries.size());
+    for (const auto &e : format->entries) out.push_back({e->name.c_str(), e->type});
     return out;
 }
 

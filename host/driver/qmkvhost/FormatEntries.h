@@ -4,7 +4,6 @@
 #ifndef QMKV_HOST_FORMAT_ENTRIES_H_
 #define QMKV_HOST_FORMAT_ENTRIES_H_
 
-#include <string>
 #include <vector>
 
 #include <media/NdkMediaFormat.h>
@@ -14,7 +13,7 @@ namespace qmkvhost {
 enum class FormatType { kInt32, kInt64, kSize, kFloat, kDouble, kRect, kString, kBuffer };
 
 struct FormatEntry {
-    std::string name;
+    const char *name;  // the format's own copy: valid until the format changes
     FormatType type;
 };
 
