@@ -88,9 +88,9 @@ struct Node {
     int32_t firstChild = -1, next = -1;
 };
 
-// An element by where it sits, so that it can be taken out or put next to.
+// An element and the master (or root) it sits in.
 struct Slot {
-    int32_t node, prev, parent;
+    int32_t node, parent;
 };
 
 // Trees in one flat table with links by index, kept from one mutation to the
@@ -116,10 +116,9 @@ public:
 
     // Every element under `parent`, depth first.
     void collect(int32_t parent, std::vector<Slot> *out) {
-        int32_t prev = -1;
-        for (int32_t c = mNodes[(size_t)parent].firstChild; c >= 0; prev = c, c = mNodes[(size_t)c].next) {
+        for (int32_t c = mNodes[(size_t)parent].firstChild; c >= 0; c = mNodes[(size_t)c].next) {
             if (mNodes[(size_t)c].idLength == 0) continue;
-            out->push_back({c, prev, parent});
+            out->push_back({c, parent});
             collect(c, out);
         }
     }
@@ -130,28 +129,24 @@ public:
         return n;
     }
 
-    int32_t childAt(int32_t parent, size_t k) {
-        int32_t c = mNodes[(size_t)parent].firstChild;
-        while (k-- > 0) c = mNodes[(size_t)c].next;
-        return c;
+    // The link to the `k`th child of `parent` (its end past the last).
+    int32_t *link(int32_t parent, size_t k) {
+        int32_t *at = &mNodes[(size_t)parent].firstChild;
+        while (k-- > 0 && *at >= 0) at = &mNodes[(size_t)*at].next;
+        return at;
     }
 
     void unlink(const Slot &s) {
-        const int32_t after = mNodes[(size_t)s.node].next;
-        if (s.prev >= 0) mNodes[(size_t)s.prev].next = after;
-        else mNodes[(size_t)s.parent].firstChild = after;
+        int32_t *at = &mNodes[(size_t)s.parent].firstChild;
+        while (*at != s.node) at = &mNodes[(size_t)*at].next;
+        *at = mNodes[(size_t)s.node].next;
     }
 
     // `node` as the `k`th child of `parent` (0 to their count).
     void insert(int32_t parent, int32_t node, size_t k) {
-        if (k == 0) {
-            mNodes[(size_t)node].next = mNodes[(size_t)parent].firstChild;
-            mNodes[(size_t)parent].firstChild = node;
-            return;
-        }
-        const int32_t before = childAt(parent, k - 1);
-        mNodes[(size_t)node].next = mNodes[(size_t)before].next;
-        mNodes[(size_t)before].next = node;
+        int32_t *at = link(parent, k);
+        mNodes[(size_t)node].next = *at;
+        *at = node;
     }
 
     // A copy of `node` and everything under it, unlinked; -1 when the table
@@ -399,7 +394,7 @@ private:
     bool swapId(const Slot &s) {
         uint32_t id = kOtherIds[below(std::size(kOtherIds))];
         const size_t siblings = mTrees.childCount(s.parent);
-        if (chance(2) && siblings > 1) id = mTrees[mTrees.childAt(s.parent, below(siblings))].id;
+        if (chance(2) && siblings > 1) id = mTrees[*mTrees.link(s.parent, below(siblings))].id;
         Node &e = mTrees[s.node];
         if (id == 0 || id == e.id) return false;
         e.id = id;
