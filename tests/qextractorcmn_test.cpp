@@ -10,9 +10,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <media/stagefright/foundation/MediaDefs.h>
@@ -447,11 +447,20 @@ struct VCase {
 
 int sign(int32_t v) { return v > 0 ? 1 : v < 0 ? -1 : 0; }
 
-qvid_config_out parseVideo(uint32_t code, const uint8_t *data, size_t size, int32_t *result) {
-    qvid_config_in in = {data, (uint32_t)size, code, {}};
-    qvid_config_out out = {};
-    *result = qvid_config_parser(&in, &out);
-    return out;
+// The result and record of `parser` over an exact-size heap copy of the
+// first `len` bytes of `d`, so that the sanitizer sees any read past them.
+template <typename In, typename Out>
+std::pair<int32_t, Out> parse(int32_t (*parser)(const In *, Out *), In in, const Bytes &d, size_t len) {
+    const Bytes exact(d.begin(), d.begin() + (long)std::min(len, d.size()));
+    in.data = exact.data();
+    in.size = (uint32_t)exact.size();
+    Out out = {};
+    const int32_t r = parser(&in, &out);
+    return {r, out};
+}
+
+std::pair<int32_t, qvid_config_out> parseVideo(uint32_t code, const Bytes &d, size_t len = SIZE_MAX) {
+    return parse(qvid_config_parser, qvid_config_in{nullptr, 0, code, {}}, d, len);
 }
 
 std::vector<VCase> videoCases() {
@@ -619,15 +628,6 @@ std::vector<VCase> videoCases() {
     return v;
 }
 
-// An exact-size heap copy, so that the sanitizer sees any read past the end.
-struct Exact {
-    explicit Exact(const uint8_t *d, size_t n) : size(n), buf(n ? new uint8_t[n] : nullptr) {
-        if (n) memcpy(buf.get(), d, n);
-    }
-    size_t size;
-    std::unique_ptr<uint8_t[]> buf;
-};
-
 template <typename T>
 bool allZero(const T &v) {
     const uint8_t *b = reinterpret_cast<const uint8_t *>(&v);
@@ -647,32 +647,20 @@ bool parsed(int32_t r, const Out &out, const char *why = nullptr) {
 
 class VideoCase : public ::testing::TestWithParam<VCase> {};
 
-TEST_P(VideoCase, Parses) {
+// Then every cut-short input: no crash, and a success only with the same
+// size (or, for headers complete in themselves, the documented alternative).
+TEST_P(VideoCase, ParsesAndEveryPrefixFailsOrAgrees) {
     const VCase &c = GetParam();
-    Exact e(c.data.data(), c.data.size());
-    int32_t r = 0;
-    const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
+    const auto [r, out] = parseVideo(c.fourcc, c.data);
     ASSERT_EQ(sign(r), c.result) << "result " << r;
-    if (!parsed(r, out, c.why)) return;
-    EXPECT_EQ(out.width, c.width);
-    EXPECT_EQ(out.height, c.height);
-    EXPECT_EQ(out.data_partitioned, c.dp);
-    const std::pair<int32_t, int32_t> optional[] = {{c.p.profile, out.profile},     {c.p.level, out.level},
-                                                    {c.p.bit_depth, out.bit_depth}, {c.p.chroma, out.chroma_format},
-                                                    {c.p.interlaced, out.interlaced}};
-    for (size_t i = 0; i < 5; ++i)
-        EXPECT_TRUE(optional[i].first < 0 || optional[i].second == optional[i].first)
-            << "field " << i << ": " << optional[i].second << ", expected " << optional[i].first;
-}
-
-// Every cut-short input: no crash, and a success only with the same size
-// (or, for headers complete in themselves, the documented alternative).
-TEST_P(VideoCase, EveryPrefix) {
-    const VCase &c = GetParam();
+    if (parsed(r, out, c.why)) {
+        EXPECT_EQ(std::make_tuple(c.width, c.height, c.dp), std::make_tuple(out.width, out.height, out.data_partitioned));
+        const int32_t want[] = {c.p.profile, c.p.level, c.p.bit_depth, c.p.chroma, c.p.interlaced};
+        const int32_t got[] = {out.profile, out.level, out.bit_depth, out.chroma_format, out.interlaced};
+        for (size_t i = 0; i < 5; ++i) EXPECT_TRUE(want[i] < 0 || got[i] == want[i]) << "field " << i << ": " << got[i];
+    }
     for (size_t len = 0; len < c.data.size(); ++len) {
-        Exact e(c.data.data(), len);
-        int32_t r = 0;
-        const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
+        const auto [r, out] = parseVideo(c.fourcc, c.data, len);
         SCOPED_TRACE("prefix " + std::to_string(len));
         if (!parsed(r, out)) continue;
         const bool same = out.width == c.width && out.height == c.height && out.data_partitioned == c.dp;
@@ -702,11 +690,8 @@ TEST(VideoConfig, WhitelistedSpellings) {
     for (const auto &f : families) {
         std::istringstream codes(f.first);
         for (std::string code; codes >> code;) {
-            int32_t r = -99;
-            const qvid_config_out out = parseVideo(fcc(code.c_str()), f.second.data(), f.second.size(), &r);
-            EXPECT_EQ(r, 0) << code;
-            EXPECT_EQ(out.width, 176) << code;
-            EXPECT_EQ(out.height, 144) << code;
+            const auto [r, out] = parseVideo(fcc(code.c_str()), f.second);
+            EXPECT_EQ(std::make_tuple(0, 176, 144), std::make_tuple(r, out.width, out.height)) << code;
         }
     }
 }
@@ -726,11 +711,8 @@ struct ACase {
     size_t core_complete = SIZE_MAX;
 };
 
-qaud_config_out parseAudio(uint32_t tag, const uint8_t *d, size_t n, int32_t *r) {
-    qaud_config_in in = {d, (uint32_t)n, tag};
-    qaud_config_out out = {};
-    *r = qaud_config_parser(&in, &out);
-    return out;
+std::pair<int32_t, qaud_config_out> parseAudio(uint32_t tag, const Bytes &d, size_t len = SIZE_MAX) {
+    return parse(qaud_config_parser, qaud_config_in{nullptr, 0, tag}, d, len);
 }
 
 BitWriter &aot(BitWriter &w, uint32_t type) { return type >= 32 ? w.u(5, 31).u(6, type - 32) : w.u(5, type); }
@@ -806,30 +788,19 @@ std::vector<ACase> audioCases() {
 
 class AudioCase : public ::testing::TestWithParam<ACase> {};
 
-TEST_P(AudioCase, Parses) {
+// Then every cut-short input: a failure, or the core values.
+TEST_P(AudioCase, ParsesAndEveryPrefixFailsOrAgrees) {
     const ACase &c = GetParam();
-    Exact e(c.data.data(), c.data.size());
-    int32_t r = 0;
-    const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
+    const auto [r, out] = parseAudio(c.tag, c.data);
     ASSERT_EQ(r, c.result);
-    if (!parsed(r, out, c.why)) return;
-    EXPECT_EQ(out.profile, c.profile);
-    EXPECT_EQ(out.sample_rate, c.rate);
-    EXPECT_EQ(out.channels, c.channels);
-    EXPECT_EQ(out.object_type, c.object_type);
-    EXPECT_EQ(out.ext_object_type, c.ext_type);
-    EXPECT_EQ(out.ext_sample_rate, c.ext_rate);
-    EXPECT_EQ(out.sbr_present, (int32_t)(c.ext_type != 0));
-    EXPECT_EQ(out.ps_present, (int32_t)(c.ext_type == 29));
-    EXPECT_EQ(out.frame_length, c.frame_length);
-}
-
-TEST_P(AudioCase, EveryPrefix) {
-    const ACase &c = GetParam();
+    if (parsed(r, out, c.why)) {
+        EXPECT_EQ(std::make_tuple(c.profile, c.rate, c.channels, c.object_type, c.frame_length),
+                  std::make_tuple(out.profile, out.sample_rate, out.channels, out.object_type, out.frame_length));
+        EXPECT_EQ(std::make_tuple(c.ext_type, c.ext_rate, (int32_t)(c.ext_type != 0), (int32_t)(c.ext_type == 29)),
+                  std::make_tuple(out.ext_object_type, out.ext_sample_rate, out.sbr_present, out.ps_present));
+    }
     for (size_t len = 0; len < c.data.size(); ++len) {
-        Exact e(c.data.data(), len);
-        int32_t r = 0;
-        const qaud_config_out out = parseAudio(c.tag, e.buf.get(), e.size, &r);
+        const auto [r, out] = parseAudio(c.tag, c.data, len);
         SCOPED_TRACE("prefix " + std::to_string(len));
         EXPECT_LE(r, 0);
         if (!parsed(r, out)) continue;
@@ -997,31 +968,21 @@ protected:
     // constraint flags; MPEG-4 and H.263 profiles mean other things there).
     void expectConfigured(const Bytes &d, const AvVideoParams &av, const char *what) {
         const FfCase &c = GetParam();
-        Exact e(d.data(), d.size());
-        int32_t r = -99;
-        const qvid_config_out out = parseVideo(c.fourcc, e.buf.get(), e.size, &r);
+        const auto [r, out] = parseVideo(c.fourcc, d);
         ASSERT_EQ(r, 0) << what;
         EXPECT_EQ(std::make_pair(c.w, c.h), std::make_pair(av.width, av.height)) << "the oracle's size";
-        EXPECT_EQ(std::make_pair(av.width, av.height), std::make_pair(out.width, out.height)) << what;
-        EXPECT_EQ(c.dp, out.data_partitioned) << what;
+        EXPECT_EQ(std::make_tuple(av.width, av.height, c.dp), std::make_tuple(out.width, out.height, out.data_partitioned))
+            << what;
         const bool ownProfiles = c.format == "m4v" || c.format == "h263";
-        const std::pair<int32_t, int32_t> fields[] = {
-            {ownProfiles ? -1 : c.format == "h264" ? av.profile & 0xFF : av.profile, out.profile},
-            {ownProfiles ? -1 : av.level, out.level},
-            {av.bit_depth, out.bit_depth},
-            {av.chroma_format, out.chroma_format},
-            {av.interlaced, out.interlaced}};
+        const int32_t want[] = {ownProfiles ? -1 : c.format == "h264" ? av.profile & 0xFF : av.profile,
+                                ownProfiles ? -1 : av.level, av.bit_depth, av.chroma_format, av.interlaced};
+        const int32_t got[] = {out.profile, out.level, out.bit_depth, out.chroma_format, out.interlaced};
         for (size_t i = 0; i < 5; ++i)
-            EXPECT_TRUE(fields[i].first < 0 || fields[i].first == fields[i].second)
-                << what << ": field " << i << " is " << fields[i].second << ", libavcodec says " << fields[i].first;
+            EXPECT_TRUE(want[i] < 0 || want[i] == got[i]) << what << ": field " << i << " is " << got[i]
+                                                          << ", libavcodec says " << want[i];
     }
 
-    void expectNeedsMore(const Bytes &d, const char *what) {
-        Exact e(d.data(), d.size());
-        int32_t r = -99;
-        parseVideo(GetParam().fourcc, e.buf.get(), e.size, &r);
-        EXPECT_GT(r, 0) << what;
-    }
+    void expectNeedsMore(const Bytes &d, const char *what) { EXPECT_GT(parseVideo(GetParam().fourcc, d).first, 0) << what; }
 };
 
 TEST_P(FfmpegStream, ReportsWhatLibavcodecReads) {
@@ -1055,8 +1016,7 @@ TEST_P(FfmpegStream, ReportsWhatLibavcodecReads) {
         size_t pictures = 0;
         for (size_t i = 0; i + 3 <= file.size(); ++i) {
             if (file[i] != 0 || file[i + 1] != 0 || (file[i + 2] & 0xFC) != 0x80) continue;
-            int32_t r = -99;
-            const qvid_config_out out = parseVideo(c.fourcc, file.data() + i, file.size() - i, &r);
+            const auto [r, out] = parseVideo(c.fourcc, Bytes(file.begin() + (long)i, file.end()));
             ++pictures;
             EXPECT_GE(r, 0) << "picture at " << i;
             EXPECT_TRUE(r != 0 || (out.width == c.w && out.height == c.h)) << "picture at " << i;
