@@ -14,21 +14,14 @@ using namespace qmkv_test;
 
 namespace {
 
-std::vector<CoreFrame> readTrack(qmkvd *inst, int index, bool sizeFirst = true, int32_t *last = nullptr) {
-    return readCoreFrames(inst, index, last, sizeFirst);
-}
-
 Bytes bytesOf(int n, uint8_t seed) {
     Bytes b((size_t)n);
     for (int i = 0; i < n; ++i) b[(size_t)i] = (uint8_t)(seed + i);
     return b;
 }
 
-Bytes audioFile(const std::string &codec, std::initializer_list<Bytes> clusters, std::initializer_list<Bytes> extra = {}) {
-    Bytes entry = trackEntry(1, 2, codec, extra);
-    Bytes body = cat({segmentInfo(), tracks({entry})});
-    for (const Bytes &c : clusters) body.insert(body.end(), c.begin(), c.end());
-    return cat({ebmlHeader(), el(mkv::Segment, body)});
+Bytes audioFile(const std::string &codec, const Bytes &cluster, std::initializer_list<Bytes> extra = {}) {
+    return file({segmentInfo(), tracks({trackEntry(1, 2, codec, extra)}), cluster});
 }
 
 TEST(Stream, ReaderChoiceFollowsTheCodec) {
@@ -37,7 +30,7 @@ TEST(Stream, ReaderChoiceFollowsTheCodec) {
         {"A_EAC3", false}, {"A_FLAC", false}, {"A_PCM/INT/LIT", false}, {"A_PCM/INT/BIG", false},
         {"A_PCM/FLOAT/IEEE", false}, {"A_MPEG/L2", false}, {"A_DTS", true}};
     for (const auto &c : cases) {
-        CoreFile f(audioFile(c.codec, {cluster()}));
+        CoreFile f(audioFile(c.codec, cluster()));
         ASSERT_NE(nullptr, f.inst) << c.codec;
         EXPECT_EQ(c.onebyone ? qmkvds_get_frm_onebyone : qmkvds_get_frm_default, f.inst->streams[0].get_frm) << c.codec;
     }
@@ -73,33 +66,33 @@ TEST(Stream, FramesOfCraftedBlocks) {
     } cases[] = {
         // The first block has no duration yet: its frames share its time.
         {"xiph_laced_one_frame_at_a_time",
-         audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(three)), simpleBlock(1, 30, 0x80, bytesOf(5, 9))})}),
+         audioFile("A_AAC", clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(three)), simpleBlock(1, 30, 0x80, bytesOf(5, 9))})),
          {{three[0], 0}, {three[1], 0}, {three[2], 0}, {bytesOf(5, 9), 300000}}},
         {"ebml_laced_one_frame_at_a_time",
-         audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x86, ebmlLace(three)), simpleBlock(1, 30, 0x80, bytesOf(5, 9))})}),
+         audioFile("A_AAC", clusterOf(0, {simpleBlock(1, 0, 0x86, ebmlLace(three)), simpleBlock(1, 30, 0x80, bytesOf(5, 9))})),
          {{three[0], 0}, {three[1], 0}, {three[2], 0}, {bytesOf(5, 9), 300000}}},
         // Three blocks 30 ms apart set the duration: laced frames step by a third of it.
         {"lace_times_step_by_a_frame",
-         audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(3, 0)), simpleBlock(1, 30, 0x80, bytesOf(3, 0)),
-                                           simpleBlock(1, 60, 0x82, xiphLace(small))})}),
+         audioFile("A_AAC", clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(3, 0)), simpleBlock(1, 30, 0x80, bytesOf(3, 0)),
+                                          simpleBlock(1, 60, 0x82, xiphLace(small))})),
          {{}, {}, {small[0], 600000}, {small[1], 700000}, {small[2], 800000, 900000}}},
         {"two_frame_blocks_share_the_block_time",
-         audioFile("A_VORBIS", {clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(3, 0)), simpleBlock(1, 40, 0x82, xiphLace(two))})}),
+         audioFile("A_VORBIS", clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(3, 0)), simpleBlock(1, 40, 0x82, xiphLace(two))})),
          {{}, {two[0], 400000}, {two[1], 400000}}},
         {"fixed_lacing_drops_the_remainder",  // 3 frames over 10 bytes
-         audioFile("A_OPUS", {clusterOf(0, {simpleBlock(1, 0, 0x84, cat({Bytes{2}, bytesOf(10, 1)}))})}),
+         audioFile("A_OPUS", clusterOf(0, {simpleBlock(1, 0, 0x84, cat({Bytes{2}, bytesOf(10, 1)}))})),
          {{{1, 2, 3}}, {{4, 5, 6}}, {{7, 8, 9}}}},
-        {"batch_codec_takes_the_whole_block", audioFile("A_MPEG/L3", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))})}),
+        {"batch_codec_takes_the_whole_block", audioFile("A_MPEG/L3", clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))})),
          {{cat({four[0], four[1], four[2], four[3]})}}},
         {"stripped_header_before_each_frame_of_a_batch",
-         audioFile("A_MPEG/L3", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))})}, {strip}),
+         audioFile("A_MPEG/L3", clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))}), {strip}),
          {{cat({head, four[0], head, four[1], head, four[2], head, four[3]})}}},
         {"stripped_header_before_each_frame",
-         audioFile("A_AAC", {clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))})}, {strip}),
+         audioFile("A_AAC", clusterOf(0, {simpleBlock(1, 0, 0x82, xiphLace(four))}), {strip}),
          {{cat({head, four[0]})}, {cat({head, four[1]})}, {cat({head, four[2]})}, {cat({head, four[3]})}}},
         {"bad_lacing_skips_the_block_only",  // Xiph sizes adding up to more than the payload
-         audioFile("A_VORBIS", {clusterOf(0, {simpleBlock(1, 0, 0x82, cat({Bytes{1, 200}, bytesOf(10, 0)})),
-                                              simpleBlock(1, 10, 0x80, bytesOf(3, 7))})}),
+         audioFile("A_VORBIS", clusterOf(0, {simpleBlock(1, 0, 0x82, cat({Bytes{1, 200}, bytesOf(10, 0)})),
+                                             simpleBlock(1, 10, 0x80, bytesOf(3, 7))})),
          {{bytesOf(3, 7)}}},
         {"negative_time_clamped_only_in_a_cluster_at_zero",
          file({segmentInfo(), vp8, clusterOf(0, {simpleBlock(1, -3, 0x80, bytesOf(4, 1))}),
@@ -122,7 +115,7 @@ TEST(Stream, FramesOfCraftedBlocks) {
             CoreFile f(c.file, c.openParams);
             ASSERT_NE(nullptr, f.inst);
             int32_t last = 0;
-            const std::vector<CoreFrame> got = readTrack(f.inst, 0, sizeFirst, &last);
+            const std::vector<CoreFrame> got = readCoreFrames(f.inst, 0, &last, sizeFirst);
             EXPECT_EQ(1, last);
             ASSERT_EQ(c.want.size(), got.size());
             for (size_t i = 0; i < got.size(); ++i) {
@@ -137,7 +130,7 @@ TEST(Stream, FramesOfCraftedBlocks) {
 }
 
 TEST(Stream, SizeQueriesDoNotAdvance) {
-    CoreFile f(audioFile("A_FLAC", {clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(10, 1)), simpleBlock(1, 20, 0x80, bytesOf(12, 2))})}));
+    CoreFile f(audioFile("A_FLAC", clusterOf(0, {simpleBlock(1, 0, 0x80, bytesOf(10, 1)), simpleBlock(1, 20, 0x80, bytesOf(12, 2))})));
     ASSERT_NE(nullptr, f.inst);
     qmkvds *s = qmkvds_open(f.inst, 0, nullptr);
     ASSERT_NE(nullptr, s);
@@ -169,10 +162,10 @@ TEST(Stream, GapEndsAudioButFillsSubtitles) {
                                        simpleBlock(2, 0, 0x80, bytesOf(3, 'b'))})}));
     ASSERT_NE(nullptr, f.inst);
     int32_t last = 0;
-    auto audio = readTrack(f.inst, 0, true, &last);
+    auto audio = readCoreFrames(f.inst, 0, &last);
     EXPECT_EQ(1u, audio.size()) << "the 25 s gap ends the audio stream";
     EXPECT_EQ(1, last);
-    auto subs = readTrack(f.inst, 1);
+    auto subs = readCoreFrames(f.inst, 1);
     ASSERT_GE(subs.size(), 2u);
     EXPECT_EQ(Bytes({'a', 'b', 'c'}), subs[0].data);
     EXPECT_TRUE(subs[1].data.empty()) << "an empty sample fills the gap";
@@ -188,7 +181,7 @@ TEST(Stream, NalTracks) {
     ASSERT_NE(nullptr, f.inst);
     ASSERT_EQ(2u, f.inst->streams[0].nal_length_size);
     int32_t last = 0;
-    auto got = readTrack(f.inst, 0, true, &last);
+    auto got = readCoreFrames(f.inst, 0, &last);
     ASSERT_EQ(1u, got.size());
     EXPECT_EQ(Bytes({0, 0, 0, 1, 0xAA, 0xBB, 0xCC, 0, 0, 0, 1, 0xDD}), got[0].data);
     EXPECT_EQ(-3, last) << "a laced block in a NAL track";
