@@ -29,6 +29,19 @@ struct CorpusEntry {
 // manifest cannot be read or is empty.
 std::vector<CorpusEntry> corpusFiles();
 
+// Every file of the corpus in manifest order, with the streams libavformat
+// reads in it. Fixed here so that a test's name never depends on the
+// environment; corpus_test checks that the manifest lists the same files.
+struct KnownFile {
+    const char *name;
+    const char *codecs;  // the oracle's codec names, '+'-joined in stream order
+    const char *kinds;   // v(ideo) a(udio) s(ubtitle) t (attachment), in stream order
+};
+extern const std::vector<KnownFile> kKnownFiles;
+
+// The names of the known files that start with none of `except`.
+std::vector<std::string> knownNamesBut(std::initializer_list<std::string> except);
+
 // The whole file at `path` (empty when it cannot be read).
 std::vector<uint8_t> readBytes(const std::string &path);
 // Writes `bytes` as the whole file at `path`.
