@@ -77,7 +77,7 @@ const uint32_t kSegment = 0x18538067, kCluster = 0x1F43B675, kCues = 0x1C53BB6B;
 TEST(Corpus, EveryExpectedFileHasItsDocTypeAndStreams) {
     QMKV_REQUIRE_CORPUS();
     std::set<std::string> listed, expected;
-    for (const CorpusEntry &e : corpusFiles()) EXPECT_TRUE(listed.insert(e.name).second) << "listed twice: " << e.name;
+    for (const std::string &name : corpusFiles()) EXPECT_TRUE(listed.insert(name).second) << "listed twice: " << name;
     for (const KnownFile &x : kKnownFiles) expected.insert(x.name);
     EXPECT_EQ(expected, listed);
 

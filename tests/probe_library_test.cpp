@@ -174,14 +174,14 @@ TEST(ProbeLibrary, CountsEachVerdictForEachDevice) {
 TEST(ProbeLibrary, AgreesWithTheSingleFileProbe) {
     QMKV_REQUIRE_CORPUS();
     Library lib;
-    for (const CorpusEntry &e : corpusFiles()) {
-        const std::string bytes = slurp(corpusFile(e.name));
-        copy(corpusFile(e.name), lib.root + "/corpus_" + e.name);
-        writeText(lib.root + "/half_" + e.name, bytes.substr(0, bytes.size() / 2));
-        writeText(lib.root + "/head_" + e.name, bytes.substr(0, 600));
+    for (const std::string &name : corpusFiles()) {
+        const std::string bytes = slurp(corpusFile(name));
+        copy(corpusFile(name), lib.root + "/corpus_" + name);
+        writeText(lib.root + "/half_" + name, bytes.substr(0, bytes.size() / 2));
+        writeText(lib.root + "/head_" + name, bytes.substr(0, 600));
         std::string damaged = bytes;
         for (size_t i = 60; i < 90 && i < damaged.size(); ++i) damaged[i] = (char)0xFF;
-        writeText(lib.root + "/damaged_" + e.name, damaged);
+        writeText(lib.root + "/damaged_" + name, damaged);
     }
     ProbeOutput o;
     const std::vector<json> lines = lib.run("", &o);

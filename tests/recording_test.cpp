@@ -328,9 +328,9 @@ TEST_P(CutOff, DeliversAPrefixOfTheWholeFileAndAtLeastWhatLibavformatDoes) {
     const int kShards = 8;
     TempDir dir;
     const std::string cutPath = dir.path + "/cut.mkv";
-    const std::vector<CorpusEntry> files = corpusFiles();
+    const std::vector<std::string> files = corpusFiles();
     for (size_t n = (size_t)GetParam(); n < files.size(); n += kShards) {
-        const std::string name = files[n].name;
+        const std::string &name = files[n];
         const Bytes whole = readBytes(corpusFile(name));
         CoreFile full(whole);
         ASSERT_NE(nullptr, full.inst) << name;

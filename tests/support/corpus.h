@@ -20,14 +20,9 @@ std::string corpusDir();
 // The path of corpus file `name`; records a test failure when it is missing.
 std::string corpusFile(const std::string &name);
 
-struct CorpusEntry {
-    std::string name;
-    std::string description;
-};
-
-// The entries of manifest.txt in its order; records a test failure when the
-// manifest cannot be read or is empty.
-std::vector<CorpusEntry> corpusFiles();
+// The file names manifest.txt lists, in its order; records a test failure
+// when the manifest cannot be read or is empty.
+std::vector<std::string> corpusFiles();
 
 // Every file of the corpus in manifest order, with the streams libavformat
 // reads in it. Fixed here so that a test's name never depends on the
