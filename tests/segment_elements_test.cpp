@@ -79,15 +79,12 @@ TEST(Metadata, FirstValueWinsAndInfoTitleBeatsTags) {
                      cluster()}));
     ASSERT_NE(nullptr, f.inst);
     ASSERT_NE(nullptr, f.format.meta);
-    EXPECT_EQ("Info title", item(f, QMKVD_META_TITLE));
-    EXPECT_EQ("first", item(f, QMKVD_META_ARTIST));
-    EXPECT_EQ("album", item(f, QMKVD_META_ALBUM)) << "an empty value does not fill the item";
-    EXPECT_EQ("comment", item(f, QMKVD_META_GENRE));
-    EXPECT_EQ("comp", item(f, QMKVD_META_COMPOSER)) << "names compare exactly";
-    EXPECT_EQ("screen", item(f, QMKVD_META_WRITER));
-    EXPECT_EQ("2020", item(f, QMKVD_META_DATE));
-    EXPECT_EQ("<none>", item(f, 4));
-    EXPECT_EQ("<none>", item(f, 5));
+    // An empty value does not fill an item; names compare exactly.
+    const std::pair<int, const char *> items[] = {
+        {QMKVD_META_TITLE, "Info title"}, {QMKVD_META_ARTIST, "first"}, {QMKVD_META_ALBUM, "album"},
+        {QMKVD_META_GENRE, "comment"}, {QMKVD_META_COMPOSER, "comp"}, {QMKVD_META_WRITER, "screen"},
+        {QMKVD_META_DATE, "2020"}, {4, "<none>"}, {5, "<none>"}};
+    for (const auto &i : items) EXPECT_EQ(i.second, item(f, i.first)) << i.first;
     EXPECT_EQ(13u, f.inst->tags.simple_tag_count);
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "demux/qmkvd_codec.h"
 #include "demux/qmkvd_stream_info.h"
@@ -141,18 +142,13 @@ TEST(Info, VideoRecord) {
                                                                     uint_el(mkv::PixelHeight, 1080)})})));
     qmkvd_info_vid v;
     ASSERT_EQ(0, qmkvd_get_info_vid(f->inst, 0, &v));
-    EXPECT_EQ(3110400, v.max_frame_size);
-    EXPECT_EQ(1920, v.width);
-    EXPECT_EQ(1, v.valid);
-    EXPECT_EQ(25u, v.frame_rate);
-    EXPECT_EQ(1500, v.frame_count) << "60 s at 25 fps";
-    EXPECT_EQ(104, v.media_type);
-    EXPECT_EQ(QMKVD_FOURCC('A', 'V', 'C', '1'), v.fourcc);
+    // 1500 frames: 60 s at 25 fps.
+    EXPECT_EQ(std::make_tuple(3110400, 1920, 1, 25u, 1500, 104, QMKVD_FOURCC('A', 'V', 'C', '1')),
+              std::make_tuple(v.max_frame_size, v.width, v.valid, v.frame_rate, v.frame_count, v.media_type, v.fourcc));
 
     auto g(open(trackEntry(1, 1, "V_VP9")));
     ASSERT_EQ(0, qmkvd_get_info_vid(g->inst, 0, &v));
-    EXPECT_EQ(0u, v.frame_rate);
-    EXPECT_EQ(0, v.frame_count);
+    EXPECT_EQ(std::make_tuple(0u, 0), std::make_tuple(v.frame_rate, v.frame_count));
     EXPECT_EQ(-7, qmkvd_get_info_vid(g->inst, 1, &v));
     EXPECT_EQ(-7, qmkvd_get_info_vid(g->inst, 0, nullptr));
 }
@@ -164,16 +160,12 @@ TEST(Info, AudioAndTextRecords) {
                                                            uint_el(mkv::Channels, 2)})})));
     qmkvd_info_aud a;
     ASSERT_EQ(0, qmkvd_get_info_aud(f->inst, 0, &a));
-    EXPECT_EQ(48000, a.sample_rate);
-    EXPECT_EQ(16, a.bits_per_sample) << "no BitDepth";
-    EXPECT_EQ(2, a.channels);
+    // 16 bits without a BitDepth.
+    EXPECT_EQ(std::make_tuple(48000, 16, 2, 703, 10, 80000000u, 6500000u, 334),
+              std::make_tuple(a.sample_rate, a.bits_per_sample, a.channels, a.name_encoding, a.name_length,
+                              a.seek_pre_roll, a.codec_delay, a.media_type));
     EXPECT_STREQ("eng", a.language);
-    EXPECT_EQ(703, a.name_encoding);
-    EXPECT_EQ(10, a.name_length);
     EXPECT_STREQ("Commentary", a.name);
-    EXPECT_EQ(80000000u, a.seek_pre_roll);
-    EXPECT_EQ(6500000u, a.codec_delay);
-    EXPECT_EQ(334, a.media_type);
 
     auto t(open(trackEntry(1, 0x11, "S_TEXT/ASS", {str_el(mkv::Language, "fr")})));
     qmkvd_info_txt x;
