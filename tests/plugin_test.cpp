@@ -45,23 +45,19 @@ TEST(Plugin, DefinitionAndSniffingTheMatroskaDocTypeInTheFirst128Bytes) {
     EXPECT_STREQ("QRT MKV Extractor", def->def().extractor_name);
     EXPECT_EQ(1u, def->def().extractor_version);
     EXPECT_EQ((std::vector<std::string>{"mkv", "mka"}), def->supportedTypes());
-    // DocType elements as writers encode them: size fields of 1 to 8 bytes,
-    // text padded with zero bytes.
-    const Bytes doc = {0x42, 0x82, 0x88, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a'};
-    const Bytes padded = {0x42, 0x82, 0x89, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a', 0};
-    const Bytes size2 = {0x42, 0x82, 0x40, 0x08, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a'};
-    const Bytes size8 = {0x42, 0x82, 0x01, 0, 0, 0, 0, 0, 0, 0x0B, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a', 0, 0, 0};
-    const Bytes tail = {0x42, 0x82, 0x89, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a', 'x'};
-    const Bytes shortText = {0x42, 0x82, 0x87, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a'};
-    const Bytes unknownSize = {0x42, 0x82, 0xFF, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a'};
-    const Bytes noSize = {0x42, 0x82, 0x00, 0x88, 'm', 'a', 't', 'r', 'o', 's', 'k', 'a'};
-    struct { const char *name; const Bytes &element; size_t offset; size_t size; bool claimed; } cases[] = {
-        {"at_0", doc, 0, 128, true}, {"at_116", doc, 116, 128, true}, {"at_117", doc, 117, 200, false},
-        {"short_source", doc, 0, 127, false}, {"zero_padded", padded, 30, 128, true},
-        {"two_byte_size", size2, 115, 128, true}, {"eight_byte_size_padded", size8, 106, 128, true},
-        {"eight_byte_size_at_107", size8, 107, 200, false}, {"other_text_after", tail, 0, 128, false},
-        {"size_7", shortText, 0, 128, false}, {"unknown_size", unknownSize, 0, 128, false},
-        {"bad_size_field", noSize, 0, 128, false}};
+    // DocType elements as writers encode them: the ID, a size field of 1 to 8
+    // bytes, "matroska" and what follows it (zero bytes of padding).
+    auto doc = [](const Bytes &size, const Bytes &after = {}) {
+        return cat({{0x42, 0x82}, size, {'m', 'a', 't', 'r', 'o', 's', 'k', 'a'}, after});
+    };
+    const Bytes size8 = doc({0x01, 0, 0, 0, 0, 0, 0, 0x0B}, {0, 0, 0});
+    struct { const char *name; Bytes element; size_t offset; size_t size; bool claimed; } cases[] = {
+        {"at_0", doc({0x88}), 0, 128, true}, {"at_116", doc({0x88}), 116, 128, true},
+        {"at_117", doc({0x88}), 117, 200, false}, {"short_source", doc({0x88}), 0, 127, false},
+        {"zero_padded", doc({0x89}, {0}), 30, 128, true}, {"two_byte_size", doc({0x40, 0x08}), 115, 128, true},
+        {"eight_byte_size_padded", size8, 106, 128, true}, {"eight_byte_size_at_107", size8, 107, 200, false},
+        {"other_text_after", doc({0x89}, {'x'}), 0, 128, false}, {"size_7", doc({0x87}), 0, 128, false},
+        {"unknown_size", doc({0xFF}), 0, 128, false}, {"bad_size_field", doc({0x00, 0x88}), 0, 128, false}};
     for (const auto &c : cases) {
         Bytes b(c.size, 0);
         const Bytes &d = c.element;

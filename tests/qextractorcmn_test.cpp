@@ -719,8 +719,7 @@ BitWriter &aot(BitWriter &w, uint32_t type) { return type >= 32 ? w.u(5, 31).u(6
 
 BitWriter asc(uint32_t type) {
     BitWriter w;
-    aot(w, type);
-    return w;
+    return aot(w, type);
 }
 
 std::vector<ACase> audioCases() {

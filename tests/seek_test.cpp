@@ -192,9 +192,8 @@ TEST(IndexTable, CueTimesOfTheVideoTrack) {
     EXPECT_EQ(-8, qmkvd_get_idx_table(f.inst, 0, table.data(), 47, &size, &count));
     EXPECT_EQ(9, table[0].time) << "nothing written";
     ASSERT_EQ(0, qmkvd_get_idx_table(f.inst, 0, table.data(), 48, &size, &count));
-    EXPECT_EQ(0, table[0].time);
-    EXPECT_EQ(5 * kSecond, table[1].time);
-    EXPECT_EQ(10 * kSecond, table[2].time);
+    EXPECT_EQ((std::vector<int64_t>{0, 5 * kSecond, 10 * kSecond}),
+              (std::vector<int64_t>{table[0].time, table[1].time, table[2].time}));
     EXPECT_EQ(0u, table[1].flags);
     EXPECT_EQ(-3, qmkvd_get_idx_table(f.inst, 1, nullptr, 0, &size, &count)) << "audio";
     EXPECT_EQ(-7, qmkvd_get_idx_table(f.inst, 2, nullptr, 0, &size, &count));

@@ -82,10 +82,9 @@ TEST(TrackEntry, ReadsItsValues) {
     EXPECT_EQ(5u, t->codec_delay) << "kept modulo 2^32";
     ASSERT_EQ(3u, t->codec_private_size);
     EXPECT_EQ(3, t->codec_private[2]);
-    EXPECT_EQ(1920u, t->video.pixel_width);
-    EXPECT_EQ(1080u, t->video.pixel_height);
-    EXPECT_EQ(1440u, t->video.display_width);
-    EXPECT_EQ(8u, t->video.pixel_crop_bottom);
+    const qmkvd_video &v = t->video;
+    EXPECT_EQ(std::make_tuple(1920u, 1080u, 1440u, 8u),
+              std::make_tuple(v.pixel_width, v.pixel_height, v.display_width, v.pixel_crop_bottom));
 }
 
 TEST(TrackEntry, KeepsOrDropsTheEntryAndSaysWhy) {
