@@ -20,13 +20,9 @@ using namespace qmkv_test;
 namespace {
 
 using namespace mkv;
-const uint32_t kCueBlockNumber = 0x5378;
-const uint32_t kCrc32 = 0xBF;
-
-const uint32_t kVideo = 1;
-const uint32_t kAudio = 2;
-const uint32_t kSubs = 3;
-const uint32_t kWideAudio = 300;  // too large for the audio bit mask
+const uint32_t kCueBlockNumber = 0x5378, kCrc32 = 0xBF;
+// Track numbers; the last is too large for the audio bit mask.
+const uint32_t kVideo = 1, kAudio = 2, kSubs = 3, kWideAudio = 300;
 
 // The instance is large; tests build it on the heap like the real creator.
 struct InstanceDeleter {

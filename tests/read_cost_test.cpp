@@ -70,10 +70,6 @@ TEST(ReadCost, FramesCostLessThanARead) {
     }
 }
 
-}  // namespace
-
-namespace {
-
 struct OpenCase {
     const char *file;
     int max_core_reads;    // qmkvd_create

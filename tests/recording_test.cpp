@@ -143,12 +143,10 @@ TEST(Recording, CrawlsAndCuesCrossClustersOfUnknownSize) {
         EXPECT_EQ(20000000, core.format.duration);
         EXPECT_EQ(50u, readCoreFrames(core.inst, 0).size());
         // Key frames every 400 ms; the crawl always goes forward.
-        struct Seek {
-            int32_t mode;
-            int64_t targetMs, landsMs;
-        } seeks[] = {{QMKVDS_SEEK_NEXT, 1000, 1200}, {QMKVDS_SEEK_PREVIOUS, 1000, cues ? 800 : 1200},
-                     {QMKVDS_SEEK_CLOSEST, 1100, 1200}, {QMKVDS_SEEK_NEXT, 1700, 0}};
-        for (const Seek &k : seeks) {
+        struct { int32_t mode; int64_t targetMs, landsMs; } seeks[] = {
+            {QMKVDS_SEEK_NEXT, 1000, 1200}, {QMKVDS_SEEK_PREVIOUS, 1000, cues ? 800 : 1200},
+            {QMKVDS_SEEK_CLOSEST, 1100, 1200}, {QMKVDS_SEEK_NEXT, 1700, 0}};
+        for (const auto &k : seeks) {
             SCOPED_TRACE("mode " + std::to_string(k.mode) + " to " + std::to_string(k.targetMs) + " ms");
             const CoreSeek r = seekCoreFrames(core.inst, 0, (uint64_t)k.targetMs * 10000, k.mode);
             if (k.landsMs == 0) {
@@ -198,12 +196,8 @@ TEST(Recording, TheTailIsReadInAFewBoundedReadsAndNotFooledByFrameBytes) {
     const Bytes unit = {0xEC, 0x8F, 0x1F, 0x43, 0xB6, 0x75, 0x01, 0xFF, 0xFF,
                         0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xE7, 0x81, 0x00};
     while (nested.size() < (2u << 20)) nested.insert(nested.end(), unit.begin(), unit.end());
-    struct Case {
-        const char *name;
-        Bytes tail;
-        int64_t duration;  // 100 ns
-        uint64_t lastDuration = 0;
-    } cases[] = {
+    // Durations in 100 ns.
+    struct Case { const char *name; Bytes tail; int64_t duration; uint64_t lastDuration = 0; } cases[] = {
         {"the last frame in a BlockGroup lasting 100 ms", {}, 20600000, 100},
         {"2 MiB of nested Cluster IDs: the search gives up", el(mkv::Void, nested), 0},
         {"tail within the first piece", {}, 20000000},
@@ -249,11 +243,7 @@ TEST(Recording, ElementsBeforeTheSegmentArePassedOver) {
     ASSERT_NE(nullptr, reference.inst);
     Bytes sixteen;
     for (int i = 0; i < 16; ++i) sixteen = cat({sixteen, el(mkv::Void, Bytes(3, 0))});
-    struct Case {
-        const char *name;
-        Bytes between;
-        bool opens;
-    } cases[] = {
+    struct Case { const char *name; Bytes between; bool opens; } cases[] = {
         {"a Void", el(mkv::Void, Bytes(10, 0)), true},
         {"a Void with an 8-byte size", el(mkv::Void, Bytes(300, 0), 8), true},
         {"an empty Void and an unknown element", cat({el(mkv::Void, Bytes{}), el(0x4321, Bytes(5, 1))}), true},
