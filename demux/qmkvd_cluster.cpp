@@ -33,11 +33,17 @@ const int64_t kSubtitleGapLimit = 5000000;
 const int64_t kClusterScanLimit = 20 * 1024 * 1024;
 const int32_t kClusterScanAttempts = 9999998;
 
-// An element header from the `avail` bytes at `p`, the file's at `pos`: its
-// ID, size and data position. On failure *data is where a byte-by-byte
-// reader would have stopped (past the bytes it had to take to see the
-// fault), so that scans over damage resume where they always have.
-bool header_in(const uint8_t *p, uint32_t avail, int64_t pos, uint32_t *id, uint64_t *size, int64_t *data) {
+// An element header at `pos` from the window: its ID, size and data
+// position. On failure *data is where a byte-by-byte reader would have
+// stopped (past the bytes it had to take to see the fault), so that scans
+// over damage resume where they always have.
+bool header_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint32_t *id, uint64_t *size,
+               int64_t *data) {
+    *data = pos;
+    uint32_t avail = 0;
+    const uint8_t *p = qmkvd_window_held(w, pos, QMKVD_MAX_HEADER, &avail);
+    if (p == nullptr) p = qmkvd_window_at(w, mfal, fp, pos, QMKVD_MAX_HEADER, &avail);
+    if (p == nullptr) return false;
     const int32_t n = qmkvd_ebml_header_in(p, avail, id, size);
     if (n >= 0) {
         *data = pos + n;
@@ -52,15 +58,6 @@ bool header_in(const uint8_t *p, uint32_t avail, int64_t pos, uint32_t *id, uint
     }
     *data = pos + consumed;
     return false;
-}
-
-// The same at `pos` from the window.
-bool header_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint32_t *id, uint64_t *size,
-               int64_t *data) {
-    *data = pos;
-    uint32_t avail = 0;
-    const uint8_t *p = qmkvd_window_at(w, mfal, fp, pos, QMKVD_MAX_HEADER, &avail);
-    return p != nullptr && header_in(p, avail, pos, id, size, data);
 }
 
 // A big-endian number of 1..8 bytes at `pos`; *stop is past what was read.
@@ -224,13 +221,7 @@ int32_t find_next_cluster(qmkvds *s) {
         uint32_t id;
         uint64_t size;
         int64_t data;
-        // A scan over damage takes a step or two per byte: headers the
-        // window already holds are read in place.
-        const qmkvd_window *w = &s->window;
-        const bool held = pos >= w->start && (uint64_t)(pos - w->start) + QMKVD_MAX_HEADER <= w->len;
-        const bool read = held ? header_in(w->bytes + (pos - w->start), w->len - (uint32_t)(pos - w->start), pos,
-                                           &id, &size, &data)
-                               : header_at(&s->window, mfal, fp, pos, &id, &size, &data);
+        const bool read = header_at(&s->window, mfal, fp, pos, &id, &size, &data);
         pos = data;
         if (read && id == QMKVD_ID_CLUSTER) {
             s->cluster.parse_start = data;

@@ -47,6 +47,16 @@ uint32_t qmkvd_window_copy(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, i
 uint32_t qmkvd_window_take(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint8_t *out,
                            uint32_t size, uint32_t need, bool keep);
 
+// What qmkvd_window_at gives when the window already holds `want` bytes at
+// `pos`, else null: inline, for the loops that take a header or a byte per
+// step (a scan over damage takes one or two per byte).
+static inline const uint8_t *qmkvd_window_held(const qmkvd_window *w, int64_t pos, uint32_t want,
+                                               uint32_t *avail) {
+    if (pos < w->start || (uint64_t)(pos - w->start) + want > w->len) return nullptr;
+    *avail = w->len - (uint32_t)(pos - w->start);
+    return w->bytes + (pos - w->start);
+}
+
 // A byte cursor over a window, for headers of unbounded length (lacing).
 typedef struct qmkvd_cursor {
     qmkvd_window *w;
@@ -57,15 +67,9 @@ typedef struct qmkvd_cursor {
 
 // The byte at the cursor, advancing it; false past the end of the file.
 static inline bool qmkvd_cursor_byte(qmkvd_cursor *c, uint8_t *b) {
-    const qmkvd_window *w = c->w;
-    const uint64_t off = (uint64_t)(c->pos - w->start);
-    if (c->pos >= w->start && off < w->len) {
-        *b = w->bytes[off];
-        c->pos++;
-        return true;
-    }
     uint32_t avail = 0;
-    const uint8_t *p = qmkvd_window_at(c->w, c->mfal, c->fp, c->pos, 1, &avail);
+    const uint8_t *p = qmkvd_window_held(c->w, c->pos, 1, &avail);
+    if (p == nullptr) p = qmkvd_window_at(c->w, c->mfal, c->fp, c->pos, 1, &avail);
     if (p == nullptr || avail < 1) return false;
     *b = *p;
     c->pos++;

@@ -132,9 +132,9 @@ run_target() {  # NAME
     fi
   done
   # The campaign goes on past known reports (fuzz/ubsan.supp). The
-  # demuxer instance, first-frame buffers and stream windows are blocks
-  # ASan maps afresh for every input; clearing their shadow in place costs
-  # less than mapping it anew each time.
+  # demuxer instance, the first-frame buffer and the sample buffers are
+  # blocks above 128 KiB that ASan maps afresh for every input; clearing
+  # their shadow in place costs less than mapping it anew each time.
   UBSAN_OPTIONS="suppressions=$supp" ASAN_OPTIONS="clear_shadow_mmap_threshold=4194304:${ASAN_OPTIONS:-}" "$bin" "${opts[@]}" -max_total_time="$seconds" -print_final_stats=1 \
     "$corpus" "${seeds[@]}" >"$log" 2>&1 || rc=1
   return $rc
