@@ -22,6 +22,12 @@ bool holds(const qmkvd_window *w, int64_t pos, uint32_t n) {
     return pos >= w->start && (uint64_t)(pos - w->start) + n <= w->len;
 }
 
+// Whether the window holds the file up to its end: a fill could add nothing,
+// so a header read near the end takes what is there without reading again.
+bool reaches_end(const qmkvd_window *w) {
+    return w->file != nullptr && w->file->file_size > 0 && w->start + (int64_t)w->len == w->file->file_size;
+}
+
 // Bytes of the file that `w`'s fill can take instead of reading them: the
 // other streams' windows and the file's recent small reads. The one that
 // holds the byte at `pos`; otherwise null, with *next set to where the first
@@ -149,7 +155,8 @@ const uint8_t *qmkvd_window_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *f
                                uint32_t *avail) {
     *avail = 0;
     if (pos < 0) return nullptr;
-    if (!holds(w, pos, want) && !fill(w, mfal, fp, pos, want)) return nullptr;
+    if (!holds(w, pos, want) && !(holds(w, pos, 1) && reaches_end(w)) && !fill(w, mfal, fp, pos, want))
+        return nullptr;
     if (!holds(w, pos, 1)) return nullptr;
     *avail = w->len - (uint32_t)(pos - w->start);
     return w->bytes + (pos - w->start);
