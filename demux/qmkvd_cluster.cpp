@@ -77,9 +77,134 @@ bool number_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, 
     return true;
 }
 
-// The Cluster's leading children up to its first block, read through `w`.
-// *stop is where the reading ended.
-int32_t cluster_head(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster, int64_t *stop) {
+// Top-level elements of a Segment other than Cluster.
+bool is_top_level(uint32_t id) {
+    switch (id) {
+        case QMKVD_ID_SEEKHEAD: case QMKVD_ID_INFO: case QMKVD_ID_TRACKS: case QMKVD_ID_CUES:
+        case QMKVD_ID_ATTACHMENTS: case QMKVD_ID_CHAPTERS: case QMKVD_ID_TAGS:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Where the search for the next Cluster starts: the end of the current one,
+// or, when its size runs past the file (live recordings write the unknown
+// size), where its blocks ran out.
+int64_t search_start(const qmkvds *s) {
+    const qmkvd_cluster *c = &s->cluster;
+    const int64_t end = qmkvd_end_of(c->parse_start, c->parse_size);
+    const int64_t file_size = s->demux->file_size;
+    if (file_size <= 0 || end <= file_size) return end;
+    return c->next_block_pos > c->parse_start ? c->next_block_pos : c->parse_start;
+}
+
+// Ends the search as an earlier one from the same state ended; false
+// when there was none. A file of unknown size may grow: not remembered.
+bool known_fruitless(qmkvds *s) {
+    qmkvd *file = s->demux;
+    pthread_mutex_lock(&file->window_lock);
+    const qmkvd_fruitless_search *f = &file->fruitless;
+    const bool known = f->valid && memcmp(&s->cluster, &f->from, sizeof(s->cluster)) == 0;
+    int64_t end = f->end;
+    if (known) s->cluster = f->to;
+    pthread_mutex_unlock(&file->window_lock);
+    if (known) s->mfal->setpos(s->file, &end);
+    return known;
+}
+
+// Ends a search that found nothing, the file left where it stopped, and
+// remembers it. Returns 1, the search's result.
+int32_t end_fruitless(qmkvds *s, const qmkvd_cluster *from, int64_t end) {
+    s->mfal->setpos(s->file, &end);
+    qmkvd *file = s->demux;
+    if (file->file_size <= 0) return 1;
+    pthread_mutex_lock(&file->window_lock);
+    file->fruitless.valid = 1;
+    file->fruitless.from = *from;
+    file->fruitless.to = s->cluster;
+    file->fruitless.end = end;
+    pthread_mutex_unlock(&file->window_lock);
+    return 1;
+}
+
+// What the scan for the next Cluster needs of an element header's first
+// bytes, by byte value: the ID's length (0 where no header can start: a
+// zero byte, or an ID longer than 4 bytes) and the size's length (a zero
+// lead is a size longer than 8 bytes: a header that fails after it).
+struct header_lengths {
+    uint8_t id[256];
+    uint8_t size[256];
+    constexpr header_lengths() : id(), size() {
+        for (int b = 0; b < 256; ++b) {
+            int lead_zeros = 0;
+            while (lead_zeros < 8 && (b & (0x80 >> lead_zeros)) == 0) ++lead_zeros;
+            id[b] = (uint8_t)(b != 0 && lead_zeros < 4 ? lead_zeros + 1 : 0);
+            size[b] = (uint8_t)(b != 0 ? lead_zeros + 1 : 1);
+        }
+    }
+};
+constexpr header_lengths kHeaderLengths;
+
+// Steps the scan over bytes in memory from `p`, each as header_at would,
+// while no step can meet a Cluster or another top-level element (theirs
+// are the 4-byte IDs), a whole header's bytes are there (up to `last`) and
+// `bound` is not reached. Returns where it stopped; adds its steps to *steps.
+const uint8_t *skim(const uint8_t *p, const uint8_t *last, const uint8_t *bound, int32_t *steps) {
+    while (p <= last && p < bound) {
+        const uint32_t id_length = kHeaderLengths.id[p[0]];
+        if (id_length == 4) break;
+        p += id_length == 0 ? 1 : id_length + kHeaderLengths.size[p[id_length]];
+        ++*steps;
+    }
+    return p;
+}
+
+// Scans forward for the next Cluster whose first block can be found. 0, or
+// 1 when there is none within reach.
+int32_t find_next_cluster(qmkvds *s) {
+    QCMN_MFAL *mfal = s->mfal;
+    QCMN_MFAL_FP *fp = s->file;
+    if (known_fruitless(s)) return 1;
+    const qmkvd_cluster from = s->cluster;
+    int64_t pos = search_start(s);
+    const int64_t limit = qmkvd_end_of(pos, kClusterScanLimit);
+    for (int32_t attempt = 0;; ++attempt) {
+        // Damage and the insides of blocks are mostly stepped over in memory.
+        uint32_t held = 0;
+        const uint8_t *p = qmkvd_window_held(&s->window, pos, QMKVD_MAX_HEADER, &held);
+        if (p != nullptr && kClusterScanAttempts - attempt >= (int32_t)held) {
+            const int64_t room = limit - pos;
+            const uint8_t *q = skim(p, p + (held - QMKVD_MAX_HEADER), p + (room < held ? room : held), &attempt);
+            pos += q - p;
+            if (pos >= limit) return end_fruitless(s, &from, pos);
+        }
+        const int64_t before = pos;
+        uint32_t id;
+        uint64_t size;
+        int64_t data;
+        const bool read = header_at(&s->window, mfal, fp, pos, &id, &size, &data);
+        pos = data;
+        if (read && id == QMKVD_ID_CLUSTER) {
+            s->cluster.parse_start = data;
+            s->cluster.parse_size = size;
+            if (qmkvd_cluster_head(&s->window, mfal, fp, &s->cluster, &pos) == 0) return 0;
+        } else if (read && is_top_level(id)) {
+            // A Cues or Tags element after the last Cluster holds no Cluster:
+            // going over it header by header would cost a read per entry.
+            const int64_t end = qmkvd_end_of(data, size);
+            const int64_t file_size = s->demux->file_size;
+            if (file_size > 0 && end <= file_size) pos = end;
+        }
+        // Element bodies are not skipped: the scan walks into anything that
+        // is not a Cluster, so it also crosses damage.
+        if (pos <= before || attempt > kClusterScanAttempts || pos >= limit) return end_fruitless(s, &from, pos);
+    }
+}
+
+}  // namespace
+
+int32_t qmkvd_cluster_head(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster, int64_t *stop) {
     const int64_t end = qmkvd_end_of(cluster->parse_start, cluster->parse_size);
     int64_t pos = cluster->parse_start;
     *stop = pos;
@@ -119,8 +244,7 @@ int32_t cluster_head(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_c
     }
 }
 
-// The block element at next_block_pos, its headers read through `w`.
-int32_t read_block_element(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block,
+int32_t qmkvd_block_element(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block,
                            qmkvd_cluster *cluster, int32_t read_all_children) {
     uint32_t id;
     uint64_t size;
@@ -160,92 +284,6 @@ int32_t read_block_element(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, q
     return 0;
 }
 
-// Top-level elements of a Segment other than Cluster.
-bool is_top_level(uint32_t id) {
-    switch (id) {
-        case QMKVD_ID_SEEKHEAD: case QMKVD_ID_INFO: case QMKVD_ID_TRACKS: case QMKVD_ID_CUES:
-        case QMKVD_ID_ATTACHMENTS: case QMKVD_ID_CHAPTERS: case QMKVD_ID_TAGS:
-            return true;
-        default:
-            return false;
-    }
-}
-
-// Where the search for the next Cluster starts: the end of the current one,
-// or, when its size runs past the file (live recordings write the unknown
-// size), where its blocks ran out.
-int64_t search_start(const qmkvds *s) {
-    const qmkvd_cluster *c = &s->cluster;
-    const int64_t end = qmkvd_end_of(c->parse_start, c->parse_size);
-    const int64_t file_size = s->demux->file_size;
-    if (file_size <= 0 || end <= file_size) return end;
-    return c->next_block_pos > c->parse_start ? c->next_block_pos : c->parse_start;
-}
-
-// Ends the search as an earlier one from the same state ended; false
-// when there was none. A file of unknown size may grow: not remembered.
-bool known_fruitless(qmkvds *s) {
-    qmkvd *file = s->demux;
-    pthread_mutex_lock(&file->window_lock);
-    const qmkvd_fruitless_search *f = &file->fruitless;
-    const bool known = f->valid && memcmp(&s->cluster, &f->from, sizeof(s->cluster)) == 0;
-    int64_t end = f->end;
-    if (known) s->cluster = f->to;
-    pthread_mutex_unlock(&file->window_lock);
-    if (known) s->mfal->setpos(s->file, &end);
-    return known;
-}
-
-void remember_fruitless(qmkvds *s, const qmkvd_cluster *from, int64_t end) {
-    qmkvd *file = s->demux;
-    if (file->file_size <= 0) return;
-    pthread_mutex_lock(&file->window_lock);
-    file->fruitless.valid = 1;
-    file->fruitless.from = *from;
-    file->fruitless.to = s->cluster;
-    file->fruitless.end = end;
-    pthread_mutex_unlock(&file->window_lock);
-}
-
-// Scans forward for the next Cluster whose first block can be found. 0, or
-// 1 when there is none within reach.
-int32_t find_next_cluster(qmkvds *s) {
-    QCMN_MFAL *mfal = s->mfal;
-    QCMN_MFAL_FP *fp = s->file;
-    if (known_fruitless(s)) return 1;
-    const qmkvd_cluster from = s->cluster;
-    int64_t pos = search_start(s);
-    const int64_t limit = qmkvd_end_of(pos, kClusterScanLimit);
-    for (int32_t attempt = 0;; ++attempt) {
-        const int64_t before = pos;
-        uint32_t id;
-        uint64_t size;
-        int64_t data;
-        const bool read = header_at(&s->window, mfal, fp, pos, &id, &size, &data);
-        pos = data;
-        if (read && id == QMKVD_ID_CLUSTER) {
-            s->cluster.parse_start = data;
-            s->cluster.parse_size = size;
-            if (cluster_head(&s->window, mfal, fp, &s->cluster, &pos) == 0) return 0;
-        } else if (read && is_top_level(id)) {
-            // A Cues or Tags element after the last Cluster holds no Cluster:
-            // going over it header by header would cost a read per entry.
-            const int64_t end = qmkvd_end_of(data, size);
-            const int64_t file_size = s->demux->file_size;
-            if (file_size > 0 && end <= file_size) pos = end;
-        }
-        // Element bodies are not skipped: the scan walks into anything that
-        // is not a Cluster, so it also crosses damage.
-        if (pos <= before || attempt > kClusterScanAttempts || pos >= limit) {
-            mfal->setpos(fp, &pos);
-            remember_fruitless(s, &from, pos);
-            return 1;
-        }
-    }
-}
-
-}  // namespace
-
 bool qmkvd_block_cut(const qmkvd *file, const qmkvd_block_info *block) {
     return file->file_size > 0 && qmkvd_end_of(block->data_pos, block->data_size) > file->file_size;
 }
@@ -266,7 +304,7 @@ int32_t parse_cluster(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster)
     qmkvd_window w;
     qmkvd_window_init(&w, bytes, sizeof(bytes));
     int64_t stop = 0;
-    const int32_t r = cluster_head(&w, mfal, fp, cluster, &stop);
+    const int32_t r = qmkvd_cluster_head(&w, mfal, fp, cluster, &stop);
     mfal->setpos(fp, &stop);
     return r;
 }
@@ -276,7 +314,7 @@ int32_t parse_cluster_blockgroup(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_
     uint8_t bytes[64];
     qmkvd_window w;
     qmkvd_window_init(&w, bytes, sizeof(bytes));
-    const int32_t r = read_block_element(&w, mfal, fp, block, cluster, read_all_children);
+    const int32_t r = qmkvd_block_element(&w, mfal, fp, block, cluster, read_all_children);
     if (r == 0) {
         // Callers read on from the block data.
         const int64_t at = block->data_size > 0 ? block->data_pos : cluster->next_block_pos;
@@ -296,7 +334,7 @@ int32_t get_blockgroup(qmkvds *s, qmkvd_block_info *block) {
         block->block_duration = 0;
         block->data_pos = 0;
         block->data_size = 0;
-        if (read_block_element(&s->window, mfal, fp, block, &s->cluster, 1) != 0) {
+        if (qmkvd_block_element(&s->window, mfal, fp, block, &s->cluster, 1) != 0) {
             if (find_next_cluster(s) != 0) return 1;
             // The block a seek aimed at belongs to the Cluster just left; a
             // cue that named no block exactly must not swallow the stream.

@@ -12,6 +12,14 @@ QCMN_API int32_t parse_cluster(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster 
 // it is not a block (the Cluster's blocks are over) or cannot be read.
 QCMN_API int32_t parse_cluster_blockgroup(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block,
                                           qmkvd_cluster *cluster, int32_t read_all_children);
+// The same two through a window the caller keeps (`w`, over `fp` of
+// `mfal`): what one read brings in serves the next, and no bytes are copied
+// into a small window of their own. The file position is left undefined;
+// *stop is where the head's reading ended.
+QCMN_API int32_t qmkvd_cluster_head(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster,
+                                    int64_t *stop);
+QCMN_API int32_t qmkvd_block_element(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block,
+                                     qmkvd_cluster *cluster, int32_t read_all_children);
 // Whether an element with this ID can stand inside a Cluster. A Cluster of
 // unknown size (live recordings write it) ends where one that cannot begins.
 bool qmkvd_is_cluster_child(uint32_t id);

@@ -10,7 +10,6 @@
 #include "demux/qmkvd_cluster.h"
 #include "demux/qmkvd_time.h"
 #include "demux/qmkvd_window.h"
-#include "demux/qmkvd_window_io.h"
 
 namespace {
 
@@ -62,12 +61,8 @@ void reset_reading_state(qmkvds *s) {
 // what the file's other windows hold: opening every track of a file reads
 // it about once, and the track's first frames come from the same fill.
 int32_t first_cluster_head(qmkvds *s) {
-    qmkvd_window_io view;
-    qmkvd_window_io_init(&view, s, &s->window);
-    QCMN_MFAL_FP *fp = qmkvd_window_io_fp(&view);
-    const int32_t r = parse_cluster(&view.mfal, fp, &s->cluster);
     int64_t stop = 0;
-    view.mfal.getpos(fp, &stop);
+    const int32_t r = qmkvd_cluster_head(&s->window, s->mfal, s->file, &s->cluster, &stop);
     s->mfal->setpos(s->file, &stop);
     return r;
 }

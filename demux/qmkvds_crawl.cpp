@@ -186,12 +186,24 @@ int32_t is_key_frame(crawl *c, qcmn_media_type type, uint32_t frame_size, bool l
     return 0;
 }
 
-// Parses the head of the Cluster at the cursor through the view. A Cluster
-// without blocks leaves next_block_pos at -1, not on a block of another
-// Cluster.
+// Parses the head of the Cluster at the cursor from the view's window. A
+// Cluster without blocks leaves next_block_pos at -1, not on a block of
+// another Cluster.
 int32_t cluster_head(crawl *c) {
     c->s->cluster.next_block_pos = -1;
-    return parse_cluster(c->mfal, c->fp, &c->s->cluster);
+    int64_t stop = 0;
+    const int32_t r = qmkvd_cluster_head(c->io.w, c->io.base, c->io.base_fp, &c->s->cluster, &stop);
+    setpos(c, stop);
+    return r;
+}
+
+// The block element at the Cluster's next_block_pos from the view's window;
+// the view is left on the block's data (or the next element, without one).
+bool block_element(crawl *c, qmkvd_block_info *block, int32_t read_all_children) {
+    if (qmkvd_block_element(c->io.w, c->io.base, c->io.base_fp, block, &c->s->cluster, read_all_children) != 0)
+        return false;
+    setpos(c, block->data_size > 0 ? block->data_pos : c->s->cluster.next_block_pos);
+    return true;
 }
 
 }  // namespace
@@ -223,7 +235,7 @@ int32_t qmkvds_make_cluster_list(qmkvds *s) {
         if (s->cluster.next_block_pos >= 0) {
             qmkvd_block_info block = {};
             uint32_t track;
-            if (parse_cluster_blockgroup(c.mfal, c.fp, &block, &s->cluster, 0) != 0 ||
+            if (!block_element(&c, &block, 0) ||
                 (block.data_size > 0 && !read_block_header(&c, block.data_pos, &track, &rel))) {
                 free(node);
                 return QMKVD_ERR_READ;
@@ -275,7 +287,7 @@ int32_t qmkvds_seek_crawl(qmkvds *s, const uint64_t *time, int64_t *result_time,
     for (;;) {
         const int64_t element_pos = s->cluster.next_block_pos;
         qmkvd_block_info block = {};
-        if (element_pos < 0 || parse_cluster_blockgroup(c.mfal, c.fp, &block, &s->cluster, 1) != 0) {
+        if (element_pos < 0 || !block_element(&c, &block, 1)) {
             // Where the blocks ran out (the end of a Cluster of unknown size;
             // its data start when it held none), or the Cluster's end.
             const int64_t blocks_end = element_pos > s->cluster.parse_start ? element_pos : s->cluster.parse_start;
