@@ -58,9 +58,14 @@ bool read_byte(crawl *c, uint8_t *b) { return read_exact(c, b, 1); }
 // Track number and relative timecode of the block whose data starts at
 // `data_pos`; the view is left on the flags byte.
 bool read_block_header(crawl *c, int64_t data_pos, uint32_t *track, int16_t *rel) {
-    setpos(c, data_pos);
+    qmkvd_cursor cursor = {c->io.w, c->io.base, c->io.base_fp, data_pos};
+    uint64_t number;
     uint8_t tc[2];
-    if (qmkvd_ebml_get_len32(c->mfal, c->fp, track) != 0 || !read_exact(c, tc, 2)) return false;
+    if (qmkvd_cursor_size(&cursor, 4, &number, nullptr) != 0 || !qmkvd_cursor_byte(&cursor, &tc[0]) ||
+        !qmkvd_cursor_byte(&cursor, &tc[1]))
+        return false;
+    setpos(c, cursor.pos);
+    *track = (uint32_t)number;
     *rel = (int16_t)(uint16_t)((tc[0] << 8) | tc[1]);
     return true;
 }
