@@ -204,6 +204,13 @@ int32_t find_next_cluster(qmkvds *s) {
 
 }  // namespace
 
+int32_t qmkvd_cluster_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint64_t *size,
+                         int64_t *data) {
+    uint32_t id;
+    if (!header_at(w, mfal, fp, pos, &id, size, data)) return -1;
+    return id == QMKVD_ID_CLUSTER ? 0 : 1;
+}
+
 int32_t qmkvd_cluster_head(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster, int64_t *stop) {
     const int64_t end = qmkvd_end_of(cluster->parse_start, cluster->parse_size);
     int64_t pos = cluster->parse_start;
@@ -282,6 +289,13 @@ int32_t qmkvd_block_element(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, 
         pos = qmkvd_end_of(child_data, child_size);
     }
     return 0;
+}
+
+int32_t qmkvds_cluster_head(qmkvds *s) {
+    int64_t stop = 0;
+    const int32_t r = qmkvd_cluster_head(&s->window, s->mfal, s->file, &s->cluster, &stop);
+    s->mfal->setpos(s->file, &stop);
+    return r;
 }
 
 bool qmkvd_block_cut(const qmkvd *file, const qmkvd_block_info *block) {

@@ -57,16 +57,6 @@ void reset_reading_state(qmkvds *s) {
     s->default_duration_100ns = s->track.default_duration / 100;
 }
 
-// The first Cluster's head through the stream's window, which draws on
-// what the file's other windows hold: opening every track of a file reads
-// it about once, and the track's first frames come from the same fill.
-int32_t first_cluster_head(qmkvds *s) {
-    int64_t stop = 0;
-    const int32_t r = qmkvd_cluster_head(&s->window, s->mfal, s->file, &s->cluster, &stop);
-    s->mfal->setpos(s->file, &stop);
-    return r;
-}
-
 }  // namespace
 
 qmkvds *qmkvds_open(qmkvd *demux, int32_t index, int32_t *err) {
@@ -106,7 +96,7 @@ qmkvds *qmkvds_open(qmkvd *demux, int32_t index, int32_t *err) {
     memset(&s->cluster, 0, sizeof(s->cluster));
     s->cluster.parse_start = s->cluster.cluster_pos = demux->first_cluster_pos;
     s->cluster.parse_size = s->cluster.cluster_size = demux->first_cluster_size;
-    if (first_cluster_head(s) != 0) {
+    if (qmkvds_cluster_head(s) != 0) {
         demux->mfal.close(s->file);
         s->file = nullptr;
         free(qmkvd_window_leave(&s->window));

@@ -17,12 +17,6 @@ namespace {
 const char kTag[] = "qmkvd";
 const int32_t kCueProbes = 3;
 
-int64_t getpos(const qmkvds *s) {
-    int64_t pos = 0;
-    s->mfal->getpos(s->file, &pos);
-    return pos;
-}
-
 // No frame of a half-read laced block may follow a seek.
 void audio_reset(qmkvds *s) {
     if (s->stream_type == QMKVD_TRACK_AUDIO && !qmkvd_support_lacing(s->codec_type)) {
@@ -42,7 +36,7 @@ void forget_current_block(qmkvds *s) {
 int32_t rewind_to_start(qmkvds *s, int64_t *result_time) {
     s->cluster.parse_start = s->cluster.cluster_pos;
     s->cluster.parse_size = s->cluster.cluster_size;
-    if (parse_cluster(s->mfal, s->file, &s->cluster) != 0) return QMKVD_ERR_READ;
+    if (qmkvds_cluster_head(s) != 0) return QMKVD_ERR_READ;
     s->base_time = 0;
     s->dts_counter = 0;
     s->skip_to_time = 0;
@@ -120,11 +114,11 @@ int32_t seek_to_cue(qmkvds *s, uint32_t index, int64_t *result_time, int32_t rea
     const int64_t t = qmkvd_ticks_to_100ns((int64_t)ticks, s->timecode_scale);
     if (result_time != nullptr) *result_time = t;
     forget_current_block(s);
-    s->mfal->setpos(s->file, &pos);
-    uint32_t id;
     uint64_t size;
-    if (qmkvd_ebml_get_id_len64(s->mfal, s->file, &id, &size) != 0) return read_failure;
-    if (id != QMKVD_ID_CLUSTER) {
+    int64_t data;
+    const int32_t found = qmkvd_cluster_at(&s->window, s->mfal, s->file, pos, &size, &data);
+    if (found < 0) return read_failure;
+    if (found > 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "###seek position error");
         return QMKVD_ERR_IMPOSSIBLE;
     }
@@ -133,9 +127,9 @@ int32_t seek_to_cue(qmkvds *s, uint32_t index, int64_t *result_time, int32_t rea
     s->after_seek = 1;
     s->dts_counter = 0;
     s->base_time = t;
-    s->cluster.parse_start = getpos(s);
+    s->cluster.parse_start = data;
     s->cluster.parse_size = size;
-    if (parse_cluster(s->mfal, s->file, &s->cluster) != 0) return QMKVD_ERR_IMPOSSIBLE;
+    if (qmkvds_cluster_head(s) != 0) return QMKVD_ERR_IMPOSSIBLE;
     return 0;
 }
 
