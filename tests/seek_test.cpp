@@ -26,20 +26,26 @@ Bytes vp8Frame(bool key, uint8_t tag) {
 // `seconds` seconds, each with a key frame at its start, then 24 more video
 // frames and an audio block every 100 ms. Cues (for the video track) at
 // every `cueEvery` seconds unless 0; `cueBias` moves every cue position but
-// the first.
-Bytes makeFile(int seconds, int cueEvery, int64_t cueBias = 0, bool keyFrames = true) {
+// the first. `stripped`: the video track's frames are stored without the
+// two bytes they all begin with (header stripping).
+Bytes makeFile(int seconds, int cueEvery, int64_t cueBias = 0, bool keyFrames = true, bool stripped = false) {
+    const Bytes prefix = {0x10, 0x02};
     // A SeekHead first, so that cue positions count from the Segment's data.
     auto seekHead = [](uint64_t infoPos) {
         return el(mkv::SeekHead, {el(mkv::Seek, {bin_el(mkv::SeekID, ebml_id(mkv::Info)), uint_el(mkv::SeekPosition, infoPos, 8)})});
     };
     Bytes body = cat({seekHead(seekHead(0).size()), segmentInfo(seconds * 1000.0),
-                      tracks({trackEntry(1, 1, "V_VP8"), trackEntry(2, 2, "A_FLAC")})});
+                      tracks({stripped ? trackEntry(1, 1, "V_VP8", {encodings({compression(3, prefix)})})
+                                       : trackEntry(1, 1, "V_VP8"),
+                              trackEntry(2, 2, "A_FLAC")})});
     Bytes points;
     for (int s = 0; s < seconds; ++s) {
         Bytes blocks;
         for (int i = 0; i < 25; ++i) {
             const bool key = i == 0 && keyFrames;
-            blocks = cat({blocks, simpleBlock(1, (int16_t)(i * 40), key ? 0x80 : 0x00, vp8Frame(key, (uint8_t)i))});
+            Bytes frame = vp8Frame(key, (uint8_t)i);
+            if (stripped) frame.erase(frame.begin(), frame.begin() + (long)prefix.size());
+            blocks = cat({blocks, simpleBlock(1, (int16_t)(i * 40), key ? 0x80 : 0x00, frame)});
             if (i % 2 == 0 && i < 20)
                 blocks = cat({blocks, simpleBlock(2, (int16_t)(i * 50), 0x80, Bytes{(uint8_t)s, (uint8_t)i, 0xAA})});
         }
@@ -108,7 +114,8 @@ TEST(Seek, PreviousCueStepsBackFromTheLastOneUsed) {
     int64_t found = -1;
     ASSERT_EQ(0, qmkvds_seek(s, &t, &found, 0));
     EXPECT_EQ(8 * kSecond, found);
-    for (int64_t expected : {6 * kSecond, 4 * kSecond}) {
+    // Down to the first cue, which it stays on.
+    for (int64_t expected : {6 * kSecond, 4 * kSecond, 2 * kSecond, 0 * kSecond, 0 * kSecond}) {
         ASSERT_EQ(0, qmkvds_seek(s, nullptr, &found, 2));
         EXPECT_EQ(expected, found);
     }
@@ -121,23 +128,27 @@ TEST(Crawl, WithoutCues) {
         {7 * kSecond, 1, 7 * kSecond, 7 * kSecond},
         {3 * kSecond + 500000, 3, 4 * kSecond, 3 * kSecond + 1000000},
     };
-    CoreFile f(makeFile(12, 0));
-    ASSERT_NE(nullptr, f.inst);
-    ASSERT_EQ(0, f.inst->found_cues);
-    for (const auto &c : cases) {
-        const CoreSeek v = seekCoreFrames(f.inst, 0, c.time, c.mode);
-        ASSERT_EQ(0, v.result) << c.time;
-        EXPECT_EQ(c.video, v.found);
-        EXPECT_EQ(c.video, first(v).pts);
-        EXPECT_EQ(1u, first(v).key);
-        const CoreSeek a = seekCoreFrames(f.inst, 1, c.time, c.mode);
-        ASSERT_EQ(0, a.result);
-        EXPECT_EQ(c.audio, first(a).pts) << "audio resumes at its first block at or after the target";
-        EXPECT_TRUE(std::is_sorted(a.frames.begin(), a.frames.end(),
-                                   [](const CoreFrame &x, const CoreFrame &y) { return x.pts < y.pts; }));
+    // The key-frame test sees a stripped frame's bytes with its prefix.
+    for (bool stripped : {false, true}) {
+        SCOPED_TRACE(stripped ? "stripped" : "whole");
+        CoreFile f(makeFile(12, 0, 0, true, stripped));
+        ASSERT_NE(nullptr, f.inst);
+        ASSERT_EQ(0, f.inst->found_cues);
+        for (const auto &c : cases) {
+            const CoreSeek v = seekCoreFrames(f.inst, 0, c.time, c.mode);
+            ASSERT_EQ(0, v.result) << c.time;
+            EXPECT_EQ(c.video, v.found);
+            EXPECT_EQ(c.video, first(v).pts);
+            EXPECT_EQ(1u, first(v).key);
+            const CoreSeek a = seekCoreFrames(f.inst, 1, c.time, c.mode);
+            ASSERT_EQ(0, a.result);
+            EXPECT_EQ(c.audio, first(a).pts) << "audio resumes at its first block at or after the target";
+            EXPECT_TRUE(std::is_sorted(a.frames.begin(), a.frames.end(),
+                                       [](const CoreFrame &x, const CoreFrame &y) { return x.pts < y.pts; }));
+        }
+        EXPECT_EQ(1, seekCoreFrames(f.inst, 0, 11 * kSecond + 500000, 1).result) << "no key frame after the target";
+        EXPECT_EQ(-3, seekCoreFrames(f.inst, 0, 3 * kSecond, 2).result) << "previous-cue mode needs cues";
     }
-    EXPECT_EQ(1, seekCoreFrames(f.inst, 0, 11 * kSecond + 500000, 1).result) << "no key frame after the target";
-    EXPECT_EQ(-3, seekCoreFrames(f.inst, 0, 3 * kSecond, 2).result) << "previous-cue mode needs cues";
 }
 
 TEST(Crawl, KeyFrameBeyondTheBudget) {
