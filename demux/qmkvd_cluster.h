@@ -16,14 +16,14 @@ QCMN_API int32_t parse_cluster_blockgroup(QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmk
 // `mfal`): what one read brings in serves the next, and no bytes are copied
 // into a small window of their own. The file position is left undefined;
 // *stop is where the head's reading ended.
-// The header at `pos` through `w`: 0 for a Cluster, with its size and data
-// position; 1 for any other element; -1 when none can be read there.
-QCMN_API int32_t qmkvd_cluster_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint64_t *size,
-                                  int64_t *data);
 QCMN_API int32_t qmkvd_cluster_head(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_cluster *cluster,
                                     int64_t *stop);
 QCMN_API int32_t qmkvd_block_element(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, qmkvd_block_info *block,
                                      qmkvd_cluster *cluster, int32_t read_all_children);
+// The header at `pos` through `w`: 0 for a Cluster, with its size and data
+// position; 1 for any other element; -1 when none can be read there.
+QCMN_API int32_t qmkvd_cluster_at(qmkvd_window *w, QCMN_MFAL *mfal, QCMN_MFAL_FP *fp, int64_t pos, uint64_t *size,
+                                  int64_t *data);
 // The head of the stream's Cluster at parse_start through the stream's
 // window, which draws on what the file's other windows hold; its fill
 // brings in the first blocks too, for the next frame read. The file is
