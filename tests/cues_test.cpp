@@ -144,19 +144,6 @@ TEST(CuesParse, StoresEveryFieldOfACuePoint) {
               fields(inst->cues.cue_points[1]));
 }
 
-TEST(CuesParse, NumbersAsWideAsEightBytes) {
-    Instance inst = make_instance(true);
-    const Bytes positions8 = el(CueTrackPositions, {uint_el(CueTrack, kVideo, 8), uint_el(CueClusterPosition, 0x42, 8),
-                                                    uint_el(kCueBlockNumber, 3, 8)});
-    const Bytes wide = el(CuePoint, {uint_el(CueTime, 7, 8), positions8});
-    ASSERT_EQ(0, parse(inst.get(), cues_file(wide)));
-    ASSERT_EQ(1u, inst->cues.cue_count);
-    const qmkvd_cue_point &p = inst->cues.cue_points[0];
-    EXPECT_EQ((std::vector<int64_t>{7, kVideo, 0x42, 3}),
-              (std::vector<int64_t>{(int64_t)p.cue_time, p.cue_track, (int64_t)p.cue_cluster_position,
-                                    (int64_t)p.cue_block_number}));
-}
-
 TEST(CuesParse, SkipsOtherChildrenAndReadsOnce) {
     Instance inst = make_instance();
     Bytes tp = el(CueTrackPositions, {el(0xF0, Bytes{9}), uint_el(CueTrack, 1), el(Void, Bytes{0, 0}),
@@ -246,6 +233,8 @@ TEST(CuesKeep, KeepsOrDropsThePoint) {
          {positions(kVideo, 500), el(CueTrackPositions, {uint_el(CueTrack, kSubs)})}, 0, 0, 0},
         {"later_position_zero", true, {positions(kVideo, 500), positions(kSubs, 0)}, 0, 0, 0},
         {"track_number_wider_than_32_bits", true, {positions(0x100000002ull, 500)}, 2, 500, 1},
+        {"numbers_8_bytes_wide", true,
+         {el(CueTrackPositions, {uint_el(CueTrack, kVideo, 8), uint_el(CueClusterPosition, 500, 8)})}, kVideo, 500, 1},
     };
     // Each point sits between two kept ones, so that a dropped slot is reused.
     const Bytes other = cue_point(1, {positions(kVideo, 11)});

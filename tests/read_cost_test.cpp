@@ -142,25 +142,21 @@ TEST(ReadCost, WithoutCuesEachClusterHeadIsReadOnceAtOpenAndOnceForAllSeeks) {
 // and the frame there cost about one read (read field by field, five).
 TEST(ReadCost, WithCuesASeekAndItsFrameCostAboutOneRead) {
     QMKV_REQUIRE_CORPUS();
-    const int kSeeks = 20;
     for (const char *file : {"h264_aac.mkv", "vp8_vorbis.mkv"}) {
         SCOPED_TRACE(file);
         CoreFile f(readBytes(corpusFile(file)));
-        ASSERT_NE(nullptr, f.inst);
-        ASSERT_EQ(1, f.inst->found_cues);
+        ASSERT_TRUE(f.inst != nullptr && f.inst->found_cues);
         qmkvds *s = qmkvds_open(f.inst, 0, nullptr);
         ASSERT_NE(nullptr, s);
         std::vector<uint8_t> buf(8 << 20);
         const int before = f.file.mem.readCalls;
-        for (int i = 0; i < kSeeks; ++i) {
-            const uint64_t target = (uint64_t)f.format.duration * (uint64_t)(i * 7 % kSeeks) / kSeeks;
-            int64_t found = 0;
-            ASSERT_EQ(0, qmkvds_seek(s, &target, &found, QMKVDS_SEEK_PREVIOUS));
-            uint32_t size = 0, key = 0;
-            int64_t pts = 0, end = 0;
-            ASSERT_EQ(0, qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, &pts, &end, &key));
+        for (uint64_t i = 0; i < 20; ++i) {
+            const uint64_t target = (uint64_t)f.format.duration * (i * 7 % 20) / 20;
+            uint32_t size = 0;
+            ASSERT_EQ(0, qmkvds_seek(s, &target, nullptr, QMKVDS_SEEK_PREVIOUS));
+            ASSERT_EQ(0, qmkvds_get_frm(s, buf.data(), (uint32_t)buf.size(), &size, nullptr, nullptr, nullptr));
         }
-        EXPECT_LE(f.file.mem.readCalls - before, kSeeks * 5 / 4);
+        EXPECT_LE(f.file.mem.readCalls - before, 25) << "20 seeks and their frames";
         qmkvds_close(s);
     }
 }
