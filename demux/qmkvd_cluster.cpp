@@ -148,10 +148,11 @@ constexpr header_lengths kHeaderLengths;
 
 // Steps the scan over bytes in memory from `p`, each as header_at would,
 // while no step can meet a Cluster or another top-level element (theirs
-// are the 4-byte IDs), a whole header's bytes are there (up to `last`) and
-// `bound` is not reached. Returns where it stopped; adds its steps to *steps.
-const uint8_t *skim(const uint8_t *p, const uint8_t *last, const uint8_t *bound, int32_t *steps) {
-    while (p <= last && p < bound) {
+// are the 4-byte IDs), before `stop`: no further than where a whole
+// header's bytes are there and the search may go. Returns where it
+// stopped; adds its steps to *steps.
+const uint8_t *skim(const uint8_t *p, const uint8_t *stop, int32_t *steps) {
+    while (p < stop) {
         const uint32_t id_length = kHeaderLengths.id[p[0]];
         if (id_length == 4) break;
         p += id_length == 0 ? 1 : id_length + kHeaderLengths.size[p[id_length]];
@@ -175,7 +176,8 @@ int32_t find_next_cluster(qmkvds *s) {
         const uint8_t *p = qmkvd_window_held(&s->window, pos, QMKVD_MAX_HEADER, &held);
         if (p != nullptr && kClusterScanAttempts - attempt >= (int32_t)held) {
             const int64_t room = limit - pos;
-            const uint8_t *q = skim(p, p + (held - QMKVD_MAX_HEADER), p + (room < held ? room : held), &attempt);
+            const uint32_t whole = held - QMKVD_MAX_HEADER + 1;  // starts of whole headers held
+            const uint8_t *q = skim(p, p + (room < whole ? room : whole), &attempt);
             pos += q - p;
             if (pos >= limit) return end_fruitless(s, &from, pos);
         }

@@ -7,6 +7,7 @@
 #include "demux/qmkvd_tail.h"
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <android/log.h>
 
@@ -243,14 +244,18 @@ int64_t cluster_end_ns(const qmkvd *inst, tail *t, int64_t pos) {
 }
 
 // Latest candidate first, in [from, to): the end of the last Cluster with a
-// complete block, or -1.
+// complete block, or -1. The bytes between candidates are passed over by
+// memrchr, not one comparison at a time.
 int64_t scan(const qmkvd *inst, tail *t, int64_t from, int64_t to) {
     static const uint8_t kId[4] = {0x1F, 0x43, 0xB6, 0x75};
-    for (int64_t pos = to - 1; pos >= from && t->steps_left > 0; --pos) {
-        if (pos + 4 > t->end) continue;
-        const uint8_t *p = t->bytes + (pos - t->start);
-        if (p[0] != kId[0] || p[1] != kId[1] || p[2] != kId[2] || p[3] != kId[3]) continue;
-        const int64_t end = cluster_end_ns(inst, t, pos);
+    if (to > t->end - 3) to = t->end - 3;  // a whole ID is held
+    const uint8_t *base = t->bytes + (from - t->start);
+    while (to > from && t->steps_left > 0) {
+        const void *hit = memrchr(base, kId[0], (size_t)(to - from));
+        if (hit == nullptr) break;
+        to = from + (static_cast<const uint8_t *>(hit) - base);
+        if (memcmp(hit, kId, sizeof(kId)) != 0) continue;
+        const int64_t end = cluster_end_ns(inst, t, to);
         if (end >= 0) return end;
     }
     return -1;
