@@ -99,15 +99,15 @@ void interleave(std::vector<bool> live, int *budget, Read read) {
     }
 }
 
-// Seeks to two of the kSeekTargets targets in each of `modes` modes: two
-// opposite each other, turned by `turn` (a stream's number and an input
-// byte), so that over the inputs every target comes up in every mode with
-// a third of the seeks in each; replays take them all. `seek(mode, target)`.
+// Seeks to one of the kSeekTargets targets in each of `modes` modes, a
+// different one in each, turned by `turn` (a stream's number and an input
+// byte), so that over the inputs every target comes up in every mode;
+// replays take them all. `seek(mode, target)`.
 const size_t kSeekTargets = 6;
 bool gEverySeek = false;
 template <typename Seek>
 void seekSome(size_t turn, uint32_t modes, Seek seek) {
-    const size_t step = gEverySeek ? 1 : kSeekTargets / 2;
+    const size_t step = gEverySeek ? 1 : kSeekTargets;
     for (uint32_t mode = 0; mode < modes; ++mode)
         for (size_t k = 0; k < kSeekTargets; k += step) seek(mode, (turn + mode + k) % kSeekTargets);
 }
@@ -206,9 +206,12 @@ const qmkvhost::Plugin *plugin() {
     return p.get();
 }
 
-// Every string and buffer entry, read back through the typed getters.
+// Every string and buffer entry, read back through the typed getters. The
+// list is made for every sample: its room is kept.
 void touchMediaFormat(AMediaFormat *f) {
-    for (const qmkvhost::FormatEntry &e : qmkvhost::formatEntries(f)) {
+    static std::vector<qmkvhost::FormatEntry> entries;
+    qmkvhost::formatEntries(f, &entries);
+    for (const qmkvhost::FormatEntry &e : entries) {
         const char *s = nullptr;
         void *d = nullptr;
         size_t n = 0;

@@ -326,11 +326,15 @@ media_status_t AMediaFormat_copy(AMediaFormat *to, AMediaFormat *from) {
 
 namespace qmkvhost {
 
+void formatEntries(AMediaFormat *format, std::vector<FormatEntry> *out) {
+    out->clear();
+    if (format == nullptr) return;
+    for (const auto &e : format->entries) out->push_back({e->name.c_str(), e->type});
+}
+
 std::vector<FormatEntry> formatEntries(AMediaFormat *format) {
     std::vector<FormatEntry> out;
-    if (format == nullptr) return out;
-    out.reserve(format->entries.size());
-    for (const auto &e : format->entries) out.push_back({e->name.c_str(), e->type});
+    formatEntries(format, &out);
     return out;
 }
 

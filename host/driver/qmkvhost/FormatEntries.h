@@ -20,6 +20,9 @@ struct FormatEntry {
 // The entries of `format` in the order their names were first set; read each
 // value with the AMediaFormat_get* call of its type. Empty for null.
 std::vector<FormatEntry> formatEntries(AMediaFormat *format);
+// The same into `out`, whose room is kept: for callers that list formats
+// over and over.
+void formatEntries(AMediaFormat *format, std::vector<FormatEntry> *out);
 
 // "int32", "int64", "size", "float", "double", "rect", "string", "buffer".
 const char *formatTypeName(FormatType type);
