@@ -20,6 +20,8 @@
 #include "demux/qmkvd_ebml.h"
 #include "demux/qmkvd_stream_info.h"
 #include "demux/qmkvd_walk.h"
+#include "demux/qmkvd_window.h"
+#include "demux/qmkvd_window_io.h"
 #include "demux/qmkvds.h"
 #include "extractor/mfal/qcmn_mfal_android_q.h"
 #include "qextractorcmn/qextractorcmn.h"
@@ -39,6 +41,9 @@ const int kMaxFramesPerInput = 4096, kMaxSamplesPerInput = 2048, kFramesAfterSee
 const int kMaxWalkDepth = 8, kMaxWalkChildren = 96, kMaxDescentSteps = 64;
 const size_t kWindowPositions = 32;
 const size_t kMaxWindow = 12;  // longest element header: 4-byte ID, 8-byte size
+// The read-ahead window the EBML readers also read through: small, so that
+// headers straddle its refills.
+const uint32_t kViewWindow = 40;
 const size_t kMaxPluginTracks = 130;
 const uint64_t kSmallChild = 4096;
 const uint32_t kFixedBuffer = 16 * 1024;
@@ -501,8 +506,17 @@ int fuzzEbml(const uint8_t *data, size_t size) {
     int64_t fileSize = 0;
     in.mfal.getsize(fp, &fileSize);
 
+    // The window view the parsers read through, over the same file.
+    static const Exact viewBytes = exact(kViewWindow);
+    qmkvd_window window;
+    qmkvd_window_init(&window, viewBytes.get(), kViewWindow);
+    qmkvd_window_io view;
+    qmkvd_window_io_init_on(&view, &in.mfal, fp, &window);
+    QCMN_MFAL_FP *viewFp = qmkvd_window_io_fp(&view);
+
     // Every file reader at each point of a descent that takes every element
-    // for a parent, stepping one byte on a failure.
+    // for a parent, stepping one byte on a failure; the header read again
+    // through the view must come out the same.
     int64_t pos = 0;
     for (int steps = 0; pos < (int64_t)size && steps < kMaxDescentSteps; ++steps) {
         uint32_t id32 = 0, size32 = 0, length = 0;
@@ -517,17 +531,28 @@ int fuzzEbml(const uint8_t *data, size_t size) {
         qmkvd_ebml_get_len32_rel(at(), fp, &size32, &length);
         qmkvd_ebml_get_id_len32(at(), fp, &id32, &size32);
         const int64_t before = pos;
-        if (qmkvd_ebml_get_id_len64(at(), fp, &id32, &size64) != 0) {
+        const int32_t direct = qmkvd_ebml_get_id_len64(at(), fp, &id32, &size64);
+        uint32_t viewId = 0;
+        uint64_t viewSize = 0;
+        int64_t viewPos = before;
+        view.mfal.setpos(viewFp, &before);
+        if (qmkvd_ebml_get_id_len64(&view.mfal, viewFp, &viewId, &viewSize) != direct)
+            broken("an EBML header read through the window view failed where the file's did not, or the reverse");
+        if (direct != 0) {
             pos = before + 1;
             continue;
         }
         in.mfal.getpos(fp, &pos);
+        view.mfal.getpos(viewFp, &viewPos);
+        if (viewId != id32 || viewSize != size64 || viewPos != pos)
+            broken("an EBML header read through the window view differs from the file's");
         if (pos <= before) broken("an EBML header read did not move forward");
     }
 
     // The shared child walk with one of the flag combinations the parsers
-    // use, picked by the last byte.
-    qmkvd_io io = {&in.mfal, fp};
+    // use, picked by the last byte, over the file or through the view.
+    const bool throughView = size > 0 && (data[size - 1] & 8);
+    qmkvd_io io = {throughView ? &view.mfal : &in.mfal, throughView ? viewFp : fp};
     const uint32_t flags = size > 0 ? data[size - 1] & 7u : 0;
     WalkState w = {fileSize, 0, 0, flags};
     qmkvd_walk(&io, 0, (uint64_t)size, flags, walkChild, &w);
